@@ -1,0 +1,5 @@
+#include "IDataSetReader.h"
+
+namespace ptCloud {
+IDataSetReader::~IDataSetReader() = default;
+}

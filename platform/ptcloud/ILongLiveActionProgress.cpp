@@ -1,0 +1,6 @@
+#include "ILongLiveActionProgress.h"
+
+namespace ptCloud {
+ILongLiveActionProgress::ILongLiveActionProgress() = default;
+ILongLiveActionProgress::~ILongLiveActionProgress() = default;
+}

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <QSaveFile>
+#include <QString>
+#include <vector>
+
+#include "stPtCloud_DataSetHeader.h"
+#include "stPtCloud_PointArray.h"
+
+namespace ptCloud {
+
+// Writes a block file atomically: everything goes to a temporary file beside
+// the target, which replaces the target only when commit() succeeds. A failed
+// or abandoned write leaves the old file as it was.
+class PtCloud_BlockFileWriter {
+public:
+    explicit PtCloud_BlockFileWriter(const QString& filepath);
+    ~PtCloud_BlockFileWriter();  // an uncommitted write is discarded
+
+    // header.columns, type, sort, colouring and origin are taken from it;
+    // counts and bounds are computed from the blocks written.
+    bool begin(const stPtCloud_DataSetHeader& header, QString* error);
+    // Block positions must be relative to the header's origin; ids unique.
+    bool writeBlock(int id, const stPtCloud_PointArray& block, QString* error);
+    bool commit(QString* error);
+    void cancel();
+
+    // Test hook: make every write fail once this many payload bytes were written
+    // (negative: never). Simulates a full disk half-way through a save.
+    static void setFailAfterBytesForTesting(qint64 bytes);
+
+private:
+    struct Entry {
+        int id;
+        quint32 count;
+        pcBoundingBoxf box;
+        quint64 offset;
+        quint64 bytes;
+    };
+    bool writeRaw(const void* data, qint64 n, QString* error);
+
+    QString m_path;
+    QSaveFile m_file;
+    stPtCloud_DataSetHeader m_header;
+    std::vector<Entry> m_entries;
+    quint64 m_pos = 0;
+    bool m_open = false;
+};
+
+}  // namespace ptCloud

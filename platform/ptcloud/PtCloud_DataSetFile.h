@@ -1,0 +1,51 @@
+#pragma once
+
+#include <QFile>
+#include <QString>
+#include <memory>
+#include <vector>
+
+#include "IDataSetReader.h"
+
+namespace ptCloud {
+
+// A block file on disk: header, block index and per-block column payloads.
+// The handle is cheap; open it to read. isValid() checks the header on disk
+// even while the handle is closed.
+class PtCloud_DataSetFile : public IDataSetReader {
+public:
+    explicit PtCloud_DataSetFile(const QString& filepath);
+    ~PtCloud_DataSetFile() override;
+
+    bool getBlocks(QMap<int, std::tuple<unsigned int, pcBoundingBoxf>>& out) const override;
+    const stPtCloud_PointArray* readBlock(int index) override;
+    bool openFile() override;
+    void closeFile() override;
+    EDataSetSort getSortType() const override;
+    EDataSetType getDataSetType() const override;
+    const stPtCloud_DataSetHeader& getHeader() const override;
+
+    // The file exists and carries a readable header of a known version.
+    bool isValid() const;
+    bool isOpened() const;
+    QString getFilepath() const;
+    // Why the last open or read failed.
+    QString lastError() const;
+
+private:
+    struct BlockEntry {
+        int id;
+        quint32 count;
+        pcBoundingBoxf box;
+        quint64 offset;
+        quint64 bytes;
+    };
+    QString m_path;
+    QFile m_file;
+    stPtCloud_DataSetHeader m_header;
+    std::vector<BlockEntry> m_index;  // in id order
+    std::unique_ptr<stPtCloud_PointArray> m_block;  // the last block read
+    QString m_error;
+};
+
+}  // namespace ptCloud

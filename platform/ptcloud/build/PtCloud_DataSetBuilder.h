@@ -1,0 +1,53 @@
+#pragma once
+
+#include <QList>
+#include <QString>
+#include <memory>
+
+#include "PtCloudEnums.h"
+#include "PtCloudTypes.h"
+#include "stPtCloud_DataSetHeader.h"
+#include "stPtCloud_PointArray.h"
+
+namespace ptCloud {
+
+class ILongLiveActionProgress;
+
+// Makes a block file from a stream of points, out of core: points are spilled
+// into spatial buckets in temporary files, then each bucket is split (k-d,
+// by the longest axis) into blocks of at most targetBlockPoints points,
+// shuffled so that every k-th point is an even thinning, and written. Memory
+// stays within memoryBudgetBytes whatever the number of points.
+class PtCloud_DataSetBuilder {
+public:
+    struct Options {
+        int targetBlockPoints = 50000;               // points per block, at most
+        qint64 memoryBudgetBytes = 256ll << 20;      // buffers and the largest bucket in memory
+        bool shuffle = true;                         // DSS_Shuffled when true
+        quint64 seed = 12345;                        // shuffle seed: same input, same file
+        QString tempDir;                             // for the spill files; empty: beside the output
+    };
+
+    // header: type, colouring mode, origin and columns of the new file;
+    // bounds: a box (relative to header.origin) that holds the points; points
+    // outside it are still kept (they land in the edge buckets).
+    PtCloud_DataSetBuilder(const QString& outPath, const stPtCloud_DataSetHeader& header,
+                           const pcBoundingBoxf& bounds, const Options& options);
+    PtCloud_DataSetBuilder(const QString& outPath, const stPtCloud_DataSetHeader& header,
+                           const pcBoundingBoxf& bounds);
+    ~PtCloud_DataSetBuilder();  // removes the spill files; an unfinished output is not written
+
+    // Adds points (positions relative to chunk.origin; re-based to the
+    // header's origin). Columns the builder was not asked for are ignored.
+    bool addPoints(const stPtCloud_PointArray& chunk, QString* error);
+    // Partitions, shuffles and writes the file atomically. Honours the
+    // progress sink's stop request (returns false with error "cancelled").
+    bool finish(ILongLiveActionProgress* progress, QString* error);
+    quint64 pointCount() const;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> d;
+};
+
+}  // namespace ptCloud

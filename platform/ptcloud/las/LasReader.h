@@ -1,0 +1,51 @@
+#pragma once
+
+#include <QFile>
+#include <QList>
+#include <QString>
+#include <vector>
+
+#include "LasHeader.h"
+#include "PtCloudTypes.h"
+#include "stPtCloud_PointArray.h"
+
+namespace ptCloud {
+
+// Streaming reader of LAS 1.0 to 1.4, point formats 0 to 10. Reads the way
+// the established lidar libraries do: trusts the offset to the point data,
+// prefers the 64-bit count, keeps the whole classification byte in formats
+// 6-10 (low five bits in 0-5), scales 8-bit colours stored in 16-bit fields.
+// Memory does not grow with the file.
+class LasReader {
+public:
+    LasReader();
+    ~LasReader();
+
+    // Reads and checks the header; false with a one-line reason in *error.
+    bool open(const QString& path, QString* error);
+    void close();
+    const LasHeader& header() const { return m_header; }
+
+    // Reads up to maxPoints further points into out (replacing its content):
+    // positions relative to origin, and the requested columns the file has.
+    // Returns the number read (0 at the end); -1 on a read error.
+    qint64 readChunk(stPtCloud_PointArray& out, int maxPoints, const QList<EDataSetColumn>& columns,
+                     const pcVec3d& origin, QString* error);
+    // Restarts reading at the first point.
+    bool rewind();
+    quint64 pointsRead() const { return m_read; }
+
+    // Colours of this file are 8-bit values in the 16-bit fields (decided from
+    // the first points); they are scaled by 257 when read.
+    bool colorsAre8Bit() const { return m_color8; }
+
+private:
+    bool detectColorDepth();
+    QFile m_file;
+    LasHeader m_header;
+    quint64 m_read = 0;
+    bool m_color8 = false;
+    std::vector<char> m_buffer;
+};
+
+}  // namespace ptCloud

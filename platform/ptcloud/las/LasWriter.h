@@ -1,0 +1,38 @@
+#pragma once
+
+#include <QSaveFile>
+#include <QString>
+
+#include "PtCloudTypes.h"
+#include "stPtCloud_PointArray.h"
+
+namespace ptCloud {
+
+// Writes LAS 1.4, point format 6 (7 with Color, 8 with Color and NIR), which
+// other software reads. Atomic: the target appears only when close() succeeds.
+class LasWriter {
+public:
+    LasWriter();
+    ~LasWriter();
+
+    // scale: the coordinate resolution (e.g. 0.001); offset: near the data.
+    // wkt: coordinate system to record, may be empty.
+    bool open(const QString& path, bool withColor, const double scale[3], const double offset[3],
+              const QString& wkt, QString* error);
+    // Points of a block (positions relative to points.origin).
+    bool write(const stPtCloud_PointArray& points, QString* error);
+    bool close(QString* error);
+
+private:
+    QSaveFile m_file;
+    bool m_withColor = false;
+    double m_scale[3] = {0.001, 0.001, 0.001};
+    double m_offset[3] = {0, 0, 0};
+    quint64 m_count = 0;
+    double m_min[3], m_max[3];
+    quint64 m_byReturn[15] = {};
+    quint32 m_headerSize = 375;
+    quint32 m_offsetToPoints = 0;
+};
+
+}  // namespace ptCloud
