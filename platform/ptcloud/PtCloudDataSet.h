@@ -1,0 +1,116 @@
+#pragma once
+
+#include <QImage>
+#include <QMap>
+#include <QObject>
+#include <QString>
+#include <memory>
+
+#include "PtCloudEnums.h"
+
+namespace ptCloud {
+
+class PtCloud_ContourFile;
+class PtCloud_DataSetFile;
+class VolumeCalcAreaList;
+
+// One dataset of a project: its points and the contents made from them,
+// each kept in the dataset's folder and listed in its manifest, which is
+// rewritten atomically after every change.
+class PtCloudDataSet : public QObject {
+    Q_OBJECT
+public:
+    // Opens the dataset stored in folder (its manifest read when present).
+    PtCloudDataSet(const QString& name, const QString& folder, QObject* parent = nullptr);
+    ~PtCloudDataSet() override;
+
+    QString getName() const { return m_name; }
+    QString getFolder() const { return m_folder; }
+    // Reads the manifest; false (with a reason) when it is unreadable.
+    bool load(QString* error);
+    // Writes the manifest atomically.
+    bool save(QString* error) const;
+
+    // Points
+    PtCloud_DataSetFile* getContent_PointDataSetFile() const;
+    QString getFilePath_Points() const;
+    // Path of a fresh, empty points file beside the dataset, for a long action to fill.
+    QString createEmptyLocatedContent_Points();
+    // Adopts the points file written at the last located path (it replaces the old points).
+    bool updateContent_Points();
+
+    // Meshes
+    QMap<QString, PtCloud_DataSetFile*>* getContent_Meshs() const;
+    PtCloud_DataSetFile* createEmptyLocatedContent_Mesh(const QString& name);
+    bool addContent_Mesh(const QString& name, PtCloud_DataSetFile* file);  // takes ownership
+    bool removeContent_Mesh(const QString& name);
+
+    // Splits
+    QMap<QString, PtCloud_DataSetFile*>* getContent_Splits() const;
+    PtCloud_DataSetFile* createEmptyLocatedContent_Split(const QString& name);
+    bool addContent_Split(const QString& name, PtCloud_DataSetFile* file);  // takes ownership
+    bool removeContent_Split(const QString& name);
+
+    // Cuts (pieces cut out of the points and kept)
+    QMap<QString, PtCloud_DataSetFile*>* getContent_Cuts() const;
+    PtCloud_DataSetFile* createEmptyLocatedContent_Cut(const QString& name);
+    bool addContent_Cut(const QString& name, PtCloud_DataSetFile* file);  // takes ownership
+    bool removeContent_Cut(const QString& name);
+
+    // DEM products: each has a fixed path; setContent_* adopts the file written there.
+    PtCloud_DataSetFile* getContent_Dem_Mesh() const;
+    bool setContent_Dem_Mesh();
+    bool removeContent_Dem_Mesh();
+    QString getFilePath_Dem_Mesh() const;
+    QImage* getContent_Dem_HeightMap() const;
+    bool setContent_Dem_HeightMap();
+    bool removeContent_Dem_HeightMap();
+    QString getFilePath_Dem_HeightMap() const;
+    PtCloud_ContourFile* getContent_Dem_Contour() const;
+    bool setContent_Dem_Contour();
+    bool removeContent_Dem_Contour();
+    QString getFilePath_Dem_Contour() const;
+    PtCloud_DataSetFile* getContent_Dem_Classify() const;
+    bool setContent_Dem_Classify();
+    bool removeContent_Dem_Classify();
+    QString getFilePath_Dem_Classify() const;
+    void removeContent_AllDem();
+
+    // Earth volume
+    VolumeCalcAreaList* getContent_EarthVolume() const;
+    bool addContent_EarthVolume();  // creates an empty area list when there is none
+    bool removeContent_EarthVolume();
+
+    // Total size in bytes of the dataset's files.
+    qint64 diskSize() const;
+
+    // Drops located files that were never adopted (after a stopped action).
+    void discardLocatedContents();
+
+signals:
+    void sgContentUpdated_Points(QString strDataSetName);
+    void sgContentAdded_Mesh(QString strDataSetName, QString strMeshName);
+    void sgRemoved_Mesh(QString strDataSetName, QString strMeshName);
+    void sgContentAdded_Dem_Mesh(QString strDataSetName);
+    void sgContentRemoved_Dem_Mesh(QString strDataSetName);
+    void sgContentAdded_Dem_Contour(QString strDataSetName);
+    void sgContentRemoved_Dem_Contour(QString strDataSetName);
+    void sgContentAdded_Dem_Classify(QString strDataSetName);
+    void sgContentRemoved_Dem_Classify(QString strDataSetName);
+    void sgContentAdded_Split(QString strDataSetName, QString strSplitName);
+    void sgRemoved_Split(QString strDataSetName, QString strSplitName);
+    void sgContentAdded_EarthVolume(QString strDataSetName);
+    void sgContentRemoved_EarthVolume(QString strDataSetName);
+    void sgContentAdded_Cut(QString strDataSetName, QString strCutName);
+    void sgContentRemoved_Cut(QString strDataSetName, QString strCutName);
+
+private:
+    friend class PtCloud_Controller;
+    void setName(const QString& name) { m_name = name; }
+    struct Impl;
+    std::unique_ptr<Impl> d;
+    QString m_name;
+    QString m_folder;
+};
+
+}  // namespace ptCloud

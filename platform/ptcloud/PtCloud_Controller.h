@@ -1,0 +1,74 @@
+#pragma once
+
+#include <QMap>
+#include <QObject>
+#include <QString>
+#include <memory>
+
+#include "ControlParams.h"
+#include "PtCloudEnums.h"
+
+namespace ptCloud {
+
+class ILongLiveActionProgress;
+class PtCloudDataSet;
+
+// The commands and queries of one project. Every change is written to the
+// project's manifest at once, atomically. All calls come from the GUI
+// thread except the three doCmd_DataSet_Do_* long actions, which only read
+// the source dataset and write their target files; the caller adopts the
+// results on the GUI thread.
+class PtCloud_Controller : public QObject {
+    Q_OBJECT
+public:
+    explicit PtCloud_Controller(const QString& projectFolder, QObject* parent = nullptr);
+    ~PtCloud_Controller() override;
+
+    // Reads the project manifest and opens every dataset.
+    bool load(QString* error);
+    QString projectFolder() const { return m_folder; }
+
+    PtCloudDataSet* getDataSet(const QString& name);
+    QMap<QString, const PtCloudDataSet*> getDataSets() const;
+    void getDataSetFilepaths(QMap<QString, QString>& out) const;
+    void getLasFilepaths(QMap<QString, QString>& out) const;
+    bool getLasFileColumns(const QString& lasName, QList<EDataSetColumn>& out);
+    // Forgets what a stopped long action left behind (files never adopted).
+    void reset();
+
+    // *key receives the new file's key on success, a one-line reason on failure.
+    EEPtCloudActResult doCmd_LasFile_Import(const stControlParam_LasFile_Import& p, QString* key);
+    EEPtCloudActResult doCmd_LasFile_Remove(const stControlParam_LasFile_Remove& p);
+    EEPtCloudActResult doCmd_DataSet_Make(const stControlParam_DataSet_Make& p);
+    EEPtCloudActResult doCmd_DataSet_Rename(const stControlParam_DataSet_Rename& p);
+    EEPtCloudActResult doCmd_DataSet_Remove(const stControlParam_DataSet_Remove& p);
+    EEPtCloudActResult doCmd_DataSet_Copy(const stControlParam_DataSet_Copy& p);
+    EEPtCloudActResult doCmd_DataSet_Merge(const stControlParam_DataSet_Merge& p);
+    EEPtCloudActResult doCmd_DataSet_Do_Mesh(const stControlParam_DataSet_Do_Mesh& p,
+                                             ILongLiveActionProgress* progress);
+    EEPtCloudActResult doCmd_DataSet_Do_Split(const stControlParam_DataSet_Do_Split& p,
+                                              ILongLiveActionProgress* progress);
+    EEPtCloudActResult doCmd_DataSet_Do_Sample(const stControlParam_DataSet_Do_Sample& p,
+                                               ILongLiveActionProgress* progress);
+
+    // doCmd_DataSet_Make with a progress sink (the command-line tool shows it).
+    EEPtCloudActResult makeDataSet(const stControlParam_DataSet_Make& p, ILongLiveActionProgress* progress);
+    // One-line reason of the last failed command on this thread's side.
+    QString lastError() const;
+
+    // A name is acceptable for a new dataset: trimmed, non-empty, none of
+    // \ / : * ? " < > |, unlike every existing name ignoring case.
+    bool isValidNewDataSetName(const QString& name) const;
+
+signals:
+    void sg_DataSet_Added(QString);
+    void sg_DataSet_Removed(QString);
+    void sg_DataSet_Renamed(QString, QString);
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> d;
+    QString m_folder;
+};
+
+}  // namespace ptCloud
