@@ -3,6 +3,7 @@
 #include <QFile>
 #include <QList>
 #include <QString>
+#include <QStringList>
 #include <vector>
 
 #include "LasHeader.h"
@@ -36,16 +37,26 @@ public:
     quint64 pointsRead() const { return m_read; }
 
     // Colours of this file are 8-bit values in the 16-bit fields (decided from
-    // the first points); they are scaled by 257 when read.
+    // points sampled over the whole file); they are scaled by 257 when read.
     bool colorsAre8Bit() const { return m_color8; }
+    // Departures from the standard that open() read past, one line each.
+    const QStringList& warnings() const { return m_warnings; }
 
 private:
-    bool detectColorDepth();
+    bool readHeader(QString* why);
+    bool readVlrs(QString* why);
+    bool readEvlrs(QString* why);
+    bool detectColorDepth(QString* why);
+    void decode(const char* src, int k, int at, const QList<EDataSetColumn>& raw, bool wantColor,
+                const pcVec3d& origin, stPtCloud_PointArray& out) const;
+    static int rawColumnBytes(EDataSetColumn c);
+
     QFile m_file;
     LasHeader m_header;
     quint64 m_read = 0;
     bool m_color8 = false;
     std::vector<char> m_buffer;
+    QStringList m_warnings;
 };
 
 }  // namespace ptCloud

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QSaveFile>
 #include <QString>
 
@@ -8,8 +9,8 @@
 
 namespace ptCloud {
 
-// Writes LAS 1.4, point format 6 (7 with Color, 8 with Color and NIR), which
-// other software reads. Atomic: the target appears only when close() succeeds.
+// Writes LAS 1.4, point format 6 (7 with Color), which other software reads.
+// Atomic: the target appears only when close() succeeds.
 class LasWriter {
 public:
     LasWriter();
@@ -24,7 +25,10 @@ public:
     bool close(QString* error);
 
 private:
+    int recordLength() const;
+
     QSaveFile m_file;
+    QByteArray m_wkt;  // NUL-terminated, empty when there is no coordinate system
     bool m_withColor = false;
     double m_scale[3] = {0.001, 0.001, 0.001};
     double m_offset[3] = {0, 0, 0};
