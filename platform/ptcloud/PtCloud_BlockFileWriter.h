@@ -2,8 +2,10 @@
 
 #include <QSaveFile>
 #include <QString>
+#include <set>
 #include <vector>
 
+#include "PtCloud_BlockFileFormat.h"
 #include "stPtCloud_DataSetHeader.h"
 #include "stPtCloud_PointArray.h"
 
@@ -30,14 +32,9 @@ public:
     static void setFailAfterBytesForTesting(qint64 bytes);
 
 private:
-    struct Entry {
-        int id;
-        quint32 count;
-        pcBoundingBoxf box;
-        quint64 offset;
-        quint64 bytes;
-    };
+    using Entry = PtCloud_BlockFileFormat::IndexEntry;
     bool writeRaw(const void* data, qint64 n, QString* error);
+    bool fail(const QString& why, QString* error);
 
     QString m_path;
     QSaveFile m_file;
@@ -45,6 +42,8 @@ private:
     std::vector<Entry> m_entries;
     quint64 m_pos = 0;
     bool m_open = false;
+    std::set<int> m_ids;
+    std::vector<char> m_scratch;  // colours and re-based positions on their way out
 };
 
 }  // namespace ptCloud

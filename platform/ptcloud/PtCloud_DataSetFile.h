@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "IDataSetReader.h"
+#include "PtCloud_BlockFileFormat.h"
 
 namespace ptCloud {
 
@@ -31,21 +32,22 @@ public:
     QString getFilepath() const;
     // Why the last open or read failed.
     QString lastError() const;
+    // Reads a block into an array of the caller's; false (and lastError) when
+    // the id is unknown or the payload cannot be read.
+    bool readBlockInto(int index, stPtCloud_PointArray& out);
 
 private:
-    struct BlockEntry {
-        int id;
-        quint32 count;
-        pcBoundingBoxf box;
-        quint64 offset;
-        quint64 bytes;
-    };
+    using BlockEntry = PtCloud_BlockFileFormat::IndexEntry;
+    bool fail(const QString& why);
+    bool readExact(void* into, quint64 bytes, int id);
+
     QString m_path;
     QFile m_file;
     stPtCloud_DataSetHeader m_header;
     std::vector<BlockEntry> m_index;  // in id order
     std::unique_ptr<stPtCloud_PointArray> m_block;  // the last block read
     QString m_error;
+    std::vector<quint16> m_colorScratch;
 };
 
 }  // namespace ptCloud

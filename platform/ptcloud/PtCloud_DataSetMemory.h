@@ -33,11 +33,14 @@ public:
     // Writes all blocks to the file's path (atomically; boxes recomputed).
     bool saveToFile(PtCloud_DataSetFile* file);
     void clear();
+    // Why the last makeFromFile or saveToFile failed.
+    QString lastError() const;
 
 private:
     stPtCloud_DataSetHeader m_header;
     QMap<int, std::tuple<pcBoundingBoxf, stPtCloud_PointArray*>> m_blocks;
     bool m_made = false;
+    QString m_error;
 };
 
 }  // namespace ptCloud

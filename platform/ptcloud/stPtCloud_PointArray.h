@@ -68,6 +68,11 @@ public:
     void removeOutterBySphere(const pcBoundingSpheref& sphere);
 
     pcBoundingBoxf computeBounds() const;
+
+private:
+    // Color and Normal are known present even while the array holds no point.
+    bool m_hasColor = false;
+    bool m_hasNormal = false;
 };
 
 }  // namespace ptCloud

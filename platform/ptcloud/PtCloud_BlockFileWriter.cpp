@@ -1,0 +1,195 @@
+#include "PtCloud_BlockFileWriter.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+
+namespace ptCloud {
+
+namespace {
+std::atomic<qint64> g_failAfterBytes{-1};
+
+using Format = PtCloud_BlockFileFormat;
+}  // namespace
+
+PtCloud_BlockFileWriter::PtCloud_BlockFileWriter(const QString& filepath)
+    : m_path(filepath), m_file(filepath)
+{
+}
+
+PtCloud_BlockFileWriter::~PtCloud_BlockFileWriter()
+{
+    cancel();
+}
+
+void PtCloud_BlockFileWriter::setFailAfterBytesForTesting(qint64 bytes)
+{
+    g_failAfterBytes.store(bytes);
+}
+
+bool PtCloud_BlockFileWriter::fail(const QString& why, QString* error)
+{
+    if (error) *error = why;
+    cancel();
+    return false;
+}
+
+void PtCloud_BlockFileWriter::cancel()
+{
+    if (!m_open) return;
+    // A commit after cancelWriting() fails and removes the temporary file.
+    m_file.cancelWriting();
+    m_file.commit();
+    m_open = false;
+}
+
+bool PtCloud_BlockFileWriter::begin(const stPtCloud_DataSetHeader& header, QString* error)
+{
+    cancel();
+    m_header = header;
+    m_header.pointCount = 0;
+    m_header.blockCount = 0;
+    m_header.bounds = pcBoundingBoxf();
+    // Payload columns go in value order, whatever order the caller listed.
+    m_header.columns.clear();
+    for (int c = 0; c < DSC_Count; ++c)
+        if (c == DSC_Location || header.columns.contains(EDataSetColumn(c)))
+            m_header.columns << EDataSetColumn(c);
+    m_entries.clear();
+    m_ids.clear();
+    // Direct write would overwrite the target in place, losing atomicity.
+    m_file.setDirectWriteFallback(false);
+    if (!m_file.open(QIODevice::WriteOnly)) {
+        if (error) *error = QStringLiteral("cannot write %1: %2").arg(m_path, m_file.errorString());
+        return false;
+    }
+    m_open = true;
+    m_pos = 0;
+    // The real header is written by commit(), when the index is known.
+    const QByteArray placeholder(Format::kHeaderBytes, '\0');
+    if (m_file.write(placeholder) != placeholder.size())
+        return fail(QStringLiteral("cannot write %1: %2").arg(m_path, m_file.errorString()), error);
+    m_pos = quint64(Format::kHeaderBytes);
+    return true;
+}
+
+bool PtCloud_BlockFileWriter::writeRaw(const void* data, qint64 n, QString* error)
+{
+    if (n <= 0) return true;
+    const qint64 limit = g_failAfterBytes.load();
+    const qint64 payloadSoFar = qint64(m_pos) - Format::kHeaderBytes;
+    if (limit >= 0 && payloadSoFar + n > limit) {
+        // Write what would have fitted, as a full disk does, then fail.
+        const qint64 fits = std::max<qint64>(0, limit - payloadSoFar);
+        m_file.write(static_cast<const char*>(data), fits);
+        return fail(QStringLiteral("cannot write %1: no space left on device").arg(m_path), error);
+    }
+    if (m_file.write(static_cast<const char*>(data), n) != n)
+        return fail(QStringLiteral("cannot write %1: %2").arg(m_path, m_file.errorString()), error);
+    m_pos += quint64(n);
+    return true;
+}
+
+bool PtCloud_BlockFileWriter::writeBlock(int id, const stPtCloud_PointArray& block, QString* error)
+{
+    if (!m_open) {
+        if (error) *error = QStringLiteral("block file writer is not open");
+        return false;
+    }
+    const size_t n = size_t(std::max(block.count, 0));
+    if (block.positions.size() != n)
+        return fail(QStringLiteral("block %1 is inconsistent: %2 points, %3 positions")
+                        .arg(id)
+                        .arg(n)
+                        .arg(block.positions.size()),
+                    error);
+    // Empty blocks carry nothing worth reading back.
+    if (n == 0) return true;
+    if (!m_ids.insert(id).second)
+        return fail(QStringLiteral("block id %1 written twice").arg(id), error);
+    const bool mesh = m_header.type == DST_Mesh;
+    if (mesh && block.triangles.size() % 3 != 0)
+        return fail(QStringLiteral("block %1 has a partial triangle").arg(id), error);
+    if (mesh && std::any_of(block.triangles.begin(), block.triangles.end(),
+                            [n](unsigned int v) { return v >= n; }))
+        return fail(QStringLiteral("block %1 has a triangle past its points").arg(id), error);
+
+    Entry e;
+    e.id = id;
+    e.count = quint32(n);
+    e.offset = m_pos;
+
+    const pcVec3f* positions = block.positions.data();
+    if (block.origin != m_header.origin) {
+        m_scratch.resize(n * sizeof(pcVec3f));
+        pcVec3f* moved = reinterpret_cast<pcVec3f*>(m_scratch.data());
+        const double dx = block.origin.x - m_header.origin.x;
+        const double dy = block.origin.y - m_header.origin.y;
+        const double dz = block.origin.z - m_header.origin.z;
+        for (size_t i = 0; i < n; ++i) {
+            const pcVec3f& p = block.positions[i];
+            moved[i] = pcVec3f(float(dx + p.x), float(dy + p.y), float(dz + p.z));
+        }
+        positions = moved;
+    }
+    for (size_t i = 0; i < n; ++i) e.box.expandBy(positions[i]);
+    if (!writeRaw(positions, qint64(n * sizeof(pcVec3f)), error)) return false;
+    if (mesh &&
+        !writeRaw(block.triangles.data(), qint64(block.triangles.size() * sizeof(unsigned int)),
+                  error))
+        return false;
+
+    for (EDataSetColumn c : m_header.columns) {
+        if (c == DSC_Location) continue;
+        const size_t width = size_t(columnValueBytes(c));
+        const void* data = nullptr;
+        if (c == DSC_Color && block.colors.size() == n) {
+            m_scratch.resize(n * width);
+            Format::encodeColors(block.colors.data(), n, reinterpret_cast<quint16*>(m_scratch.data()));
+            data = m_scratch.data();
+        } else if (c == DSC_Normal && block.normals.size() == n) {
+            data = block.normals.data();
+        } else if (const uint8_t* raw = block.columnData<uint8_t>(c)) {
+            if (block.columns.at(c).size() == n * width) data = raw;
+        }
+        if (!data) {
+            // A column the block lacks is stored as zeros.
+            m_scratch.assign(n * width, 0);
+            data = m_scratch.data();
+        }
+        if (!writeRaw(data, qint64(n * width), error)) return false;
+    }
+    e.bytes = m_pos - e.offset;
+    m_entries.push_back(e);
+    m_header.pointCount += n;
+    m_header.bounds.expandBy(e.box);
+    return true;
+}
+
+bool PtCloud_BlockFileWriter::commit(QString* error)
+{
+    if (!m_open) {
+        if (error) *error = QStringLiteral("block file writer is not open");
+        return false;
+    }
+    std::sort(m_entries.begin(), m_entries.end(),
+              [](const Entry& a, const Entry& b) { return a.id < b.id; });
+    m_header.blockCount = quint32(m_entries.size());
+    const QByteArray index = Format::encodeIndex(m_entries);
+    PtCloud_BlockFileFormat::IndexLocation where;
+    where.offset = m_pos;
+    where.checksum = Format::checksum(index.constData(), size_t(index.size()));
+    if (!writeRaw(index.constData(), index.size(), error)) return false;
+    const QByteArray head = Format::encodeHeader(m_header, where);
+    if (!m_file.seek(0) || m_file.write(head) != head.size())
+        return fail(QStringLiteral("cannot write %1: %2").arg(m_path, m_file.errorString()), error);
+    if (!m_file.commit()) {
+        m_open = false;
+        if (error) *error = QStringLiteral("cannot save %1: %2").arg(m_path, m_file.errorString());
+        return false;
+    }
+    m_open = false;
+    return true;
+}
+
+}  // namespace ptCloud
