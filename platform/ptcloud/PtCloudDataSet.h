@@ -106,6 +106,15 @@ signals:
 
 private:
     friend class PtCloud_Controller;
+    using NamedSignal = void (PtCloudDataSet::*)(QString, QString);
+    bool addNamed(QMap<QString, PtCloud_DataSetFile*>& map, const QString& name, PtCloud_DataSetFile* file,
+                  NamedSignal removed, NamedSignal added);
+    using SingleSignal = void (PtCloudDataSet::*)(QString);
+    template <class File>
+    bool setSingle(std::unique_ptr<File>& slot, const QString& path, SingleSignal removed, SingleSignal added);
+    template <class File>
+    bool removeSingle(std::unique_ptr<File>& slot, SingleSignal removed);
+    bool removeNamed(QMap<QString, PtCloud_DataSetFile*>& map, const QString& name, NamedSignal removed);
     void setName(const QString& name) { m_name = name; }
     struct Impl;
     std::unique_ptr<Impl> d;

@@ -12,6 +12,9 @@ namespace ptCloud {
 
 class ILongLiveActionProgress;
 class PtCloudDataSet;
+class PtCloud_DataSetBuilder;
+class stPtCloud_PointArray;
+struct pcVec3d;
 
 // The commands and queries of one project. Every change is written to the
 // project's manifest at once, atomically. All calls come from the GUI
@@ -66,6 +69,16 @@ signals:
     void sg_DataSet_Renamed(QString, QString);
 
 private:
+    bool saveManifest(QString* error) const;
+    QString newDataSetFolder(const QString& name) const;
+    EEPtCloudActResult adoptDataSetFolder(const QString& name, const QString& rel, const QString& partFolder);
+    std::unique_ptr<PtCloud_DataSetBuilder> makeBuilder(const QString& path, const QList<EDataSetColumn>& columns,
+                                                             const pcVec3d& origin, const double minAbs[3],
+                                                             const double maxAbs[3],
+                                                             const stPtCloud_PointArray& firstChunk) const;
+    static bool copyFolder(const QString& from, const QString& to);
+    QString sourceFor(const QString& dataSetName) const;
+
     struct Impl;
     std::unique_ptr<Impl> d;
     QString m_folder;

@@ -1,0 +1,534 @@
+#include "PtCloud_Controller.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonObject>
+#include <QRegularExpression>
+#include <QSet>
+#include <QThread>
+#include <cmath>
+
+#include "LasReader.h"
+#include "PtCloudDataSet.h"
+#include "PtCloud_DataSetBuilder.h"
+#include "PtCloud_DataSetFile.h"
+#include "PtCloud_JsonFile.h"
+#include "PtCloud_LongActions.h"
+#include "PtCloud_ProgressRange.h"
+
+namespace ptCloud {
+
+namespace {
+const char* const kManifest = "project.json";
+const char* const kDataSetsDir = "datasets";
+const char* const kPointsFile = "points.pcb";
+const int kChunkPoints = 1 << 16;
+
+// Origin of a new dataset: a round position near its data, so that single
+// precision offsets stay small and the origin reads well.
+pcVec3d roundedOrigin(double x, double y, double z)
+{
+    return pcVec3d(std::floor(x / 100.0) * 100.0, std::floor(y / 100.0) * 100.0, std::floor(z / 10.0) * 10.0);
+}
+
+EColoringMode coloringFor(const QList<EDataSetColumn>& columns)
+{
+    if (columns.contains(DSC_Color)) return CM_RGB;
+    if (columns.contains(DSC_Classification)) return CM_Classification;
+    return CM_Height;
+}
+
+QList<EDataSetColumn> sortedColumns(QList<EDataSetColumn> columns)
+{
+    std::sort(columns.begin(), columns.end());
+    columns.erase(std::unique(columns.begin(), columns.end()), columns.end());
+    return columns;
+}
+}  // namespace
+
+struct PtCloud_Controller::Impl {
+    QMap<QString, QString> las;                          // key -> absolute path
+    QMap<QString, QString> dataSetFolders;               // name -> folder relative to the project
+    QMap<QString, PtCloudDataSet*> dataSets;             // name -> dataset (children of the controller)
+    QString lastError;
+
+    EEPtCloudActResult fail(EEPtCloudActResult code, const QString& why)
+    {
+        lastError = why;
+        return code;
+    }
+};
+
+PtCloud_Controller::PtCloud_Controller(const QString& projectFolder, QObject* parent)
+    : QObject(parent), d(std::make_unique<Impl>()), m_folder(QDir(projectFolder).absolutePath())
+{
+}
+
+PtCloud_Controller::~PtCloud_Controller() = default;
+
+QString PtCloud_Controller::lastError() const { return d->lastError; }
+
+bool PtCloud_Controller::load(QString* error)
+{
+    const QDir dir(m_folder);
+    const QString manifest = dir.filePath(kManifest);
+    if (!QFileInfo::exists(manifest)) {
+        if (!dir.mkpath(kDataSetsDir)) {
+            if (error) *error = QStringLiteral("cannot create project folder %1").arg(m_folder);
+            return false;
+        }
+        return saveManifest(error);
+    }
+    QJsonObject o;
+    if (!PtCloud_JsonFile::read(manifest, &o, error)) return false;
+    if (o.value("format").toString() != QLatin1String("ptcloud-project")) {
+        if (error) *error = QStringLiteral("%1 is not a project manifest").arg(manifest);
+        return false;
+    }
+    const QJsonObject las = o.value("las").toObject();
+    for (auto it = las.begin(); it != las.end(); ++it) d->las.insert(it.key(), it.value().toString());
+    const QJsonObject sets = o.value("datasets").toObject();
+    for (auto it = sets.begin(); it != sets.end(); ++it) {
+        auto* ds = new PtCloudDataSet(it.key(), dir.filePath(it.value().toString()), this);
+        QString err;
+        if (!ds->load(&err)) qWarning("dataset %s: %s", qPrintable(it.key()), qPrintable(err));
+        d->dataSetFolders.insert(it.key(), it.value().toString());
+        d->dataSets.insert(it.key(), ds);
+    }
+    return true;
+}
+
+bool PtCloud_Controller::saveManifest(QString* error) const
+{
+    QJsonObject las, sets;
+    for (auto it = d->las.cbegin(); it != d->las.cend(); ++it) las.insert(it.key(), it.value());
+    for (auto it = d->dataSetFolders.cbegin(); it != d->dataSetFolders.cend(); ++it)
+        sets.insert(it.key(), it.value());
+    QJsonObject o;
+    o.insert("format", "ptcloud-project");
+    o.insert("version", 1);
+    o.insert("las", las);
+    o.insert("datasets", sets);
+    return PtCloud_JsonFile::write(QDir(m_folder).filePath(kManifest), o, error);
+}
+
+// ---- queries
+
+PtCloudDataSet* PtCloud_Controller::getDataSet(const QString& name) { return d->dataSets.value(name, nullptr); }
+
+QMap<QString, const PtCloudDataSet*> PtCloud_Controller::getDataSets() const
+{
+    QMap<QString, const PtCloudDataSet*> out;
+    for (auto it = d->dataSets.cbegin(); it != d->dataSets.cend(); ++it) out.insert(it.key(), it.value());
+    return out;
+}
+
+void PtCloud_Controller::getDataSetFilepaths(QMap<QString, QString>& out) const
+{
+    out.clear();
+    for (auto it = d->dataSets.cbegin(); it != d->dataSets.cend(); ++it)
+        out.insert(it.key(), it.value()->getFilePath_Points());
+}
+
+void PtCloud_Controller::getLasFilepaths(QMap<QString, QString>& out) const { out = d->las; }
+
+bool PtCloud_Controller::getLasFileColumns(const QString& lasName, QList<EDataSetColumn>& out)
+{
+    out.clear();
+    const auto it = d->las.constFind(lasName);
+    if (it == d->las.cend()) return false;
+    LasReader reader;
+    QString err;
+    if (!reader.open(it.value(), &err)) {
+        d->lastError = err;
+        return false;
+    }
+    out = reader.header().columns();
+    return true;
+}
+
+void PtCloud_Controller::reset()
+{
+    for (PtCloudDataSet* ds : qAsConst(d->dataSets)) ds->discardLocatedContents();
+}
+
+bool PtCloud_Controller::isValidNewDataSetName(const QString& name) const
+{
+    const QString n = name.trimmed();
+    if (n.isEmpty() || n.contains(QRegularExpression(QStringLiteral("[\\\\/:*?\"<>|]")))) return false;
+    for (auto it = d->dataSets.cbegin(); it != d->dataSets.cend(); ++it)
+        if (it.key().compare(n, Qt::CaseInsensitive) == 0) return false;
+    return true;
+}
+
+// ---- LAS files
+
+EEPtCloudActResult PtCloud_Controller::doCmd_LasFile_Import(const stControlParam_LasFile_Import& p, QString* key)
+{
+    const QFileInfo info(p.filepath);
+    const QString path = info.absoluteFilePath();
+    for (auto it = d->las.cbegin(); it != d->las.cend(); ++it) {
+        if (it.value() == path) {  // already referenced: same key
+            if (key) *key = it.key();
+            return PCAR_Success;
+        }
+    }
+    LasReader reader;
+    QString err;
+    if (!reader.open(path, &err)) {
+        if (key) *key = err;
+        return d->fail(PCAR_FileError, err);
+    }
+    reader.close();
+    QString k = info.fileName();
+    for (int i = 2; d->las.contains(k); ++i)
+        k = QStringLiteral("%1_%2.%3").arg(info.completeBaseName()).arg(i).arg(info.suffix());
+    d->las.insert(k, path);
+    if (!saveManifest(&err)) {
+        d->las.remove(k);
+        if (key) *key = err;
+        return d->fail(PCAR_FileError, err);
+    }
+    if (key) *key = k;
+    return PCAR_Success;
+}
+
+EEPtCloudActResult PtCloud_Controller::doCmd_LasFile_Remove(const stControlParam_LasFile_Remove& p)
+{
+    if (!d->las.contains(p.key)) return d->fail(PCAR_NotFound, QStringLiteral("no LAS file %1").arg(p.key));
+    const QString path = d->las.take(p.key);
+    QString err;
+    if (!saveManifest(&err)) {
+        d->las.insert(p.key, path);
+        return d->fail(PCAR_FileError, err);
+    }
+    return PCAR_Success;
+}
+
+// ---- datasets
+
+QString PtCloud_Controller::newDataSetFolder(const QString& name) const
+{
+    QString base = name;
+    base.replace(QRegularExpression(QStringLiteral("[^A-Za-z0-9_.-]")), QStringLiteral("_"));
+    if (base.isEmpty()) base = QStringLiteral("dataset");
+    const QDir dir(m_folder);
+    for (int i = 0;; ++i) {
+        const QString rel = QStringLiteral("%1/%2").arg(kDataSetsDir, i == 0 ? base : QStringLiteral("%1_%2").arg(base).arg(i));
+        if (!QFileInfo::exists(dir.filePath(rel)) && !QFileInfo::exists(dir.filePath(rel + QStringLiteral(".part"))))
+            return rel;
+    }
+}
+
+EEPtCloudActResult PtCloud_Controller::adoptDataSetFolder(const QString& name, const QString& rel,
+                                                          const QString& partFolder)
+{
+    const QDir dir(m_folder);
+    QString err;
+    if (!QDir().rename(partFolder, dir.filePath(rel))) {
+        QDir(partFolder).removeRecursively();
+        return d->fail(PCAR_FileError, QStringLiteral("cannot move the new dataset into %1").arg(rel));
+    }
+    d->dataSetFolders.insert(name, rel);
+    if (!saveManifest(&err)) {
+        d->dataSetFolders.remove(name);
+        QDir(dir.filePath(rel)).removeRecursively();
+        return d->fail(PCAR_FileError, err);
+    }
+    auto* ds = new PtCloudDataSet(name, dir.filePath(rel), this);
+    if (!ds->load(&err)) qWarning("dataset %s: %s", qPrintable(name), qPrintable(err));
+    d->dataSets.insert(name, ds);
+    emit sg_DataSet_Added(name);
+    return PCAR_Success;
+}
+
+EEPtCloudActResult PtCloud_Controller::doCmd_DataSet_Make(const stControlParam_DataSet_Make& p)
+{
+    return makeDataSet(p, nullptr);
+}
+
+EEPtCloudActResult PtCloud_Controller::makeDataSet(const stControlParam_DataSet_Make& p,
+                                                   ILongLiveActionProgress* progress)
+{
+    const QString name = p.name.trimmed();
+    if (!isValidNewDataSetName(name))
+        return d->fail(PCAR_InvalidParameter, QStringLiteral("invalid or existing dataset name \"%1\"").arg(p.name));
+    if (p.lasNames.isEmpty()) return d->fail(PCAR_InvalidParameter, QStringLiteral("no LAS file chosen"));
+    const QList<EDataSetColumn> columns = sortedColumns(p.columns);
+    if (!columns.contains(DSC_Location))
+        return d->fail(PCAR_InvalidParameter, QStringLiteral("the Location column is required"));
+
+    // Check every file and the columns before anything is written.
+    quint64 total = 0;
+    double minAbs[3] = {1e300, 1e300, 1e300}, maxAbs[3] = {-1e300, -1e300, -1e300};
+    for (const QString& key : p.lasNames) {
+        if (!d->las.contains(key)) return d->fail(PCAR_NotFound, QStringLiteral("no LAS file %1").arg(key));
+        LasReader reader;
+        QString err;
+        if (!reader.open(d->las.value(key), &err)) return d->fail(PCAR_FileError, key + QStringLiteral(": ") + err);
+        const QList<EDataSetColumn> has = reader.header().columns();
+        for (EDataSetColumn c : columns)
+            if (!has.contains(c))
+                return d->fail(PCAR_InvalidParameter,
+                               QStringLiteral("%1 has no %2 column").arg(key, columnName(c)));
+        total += reader.header().pointCount;
+        for (int i = 0; i < 3; ++i) {
+            minAbs[i] = std::min(minAbs[i], reader.header().headerMin[i]);
+            maxAbs[i] = std::max(maxAbs[i], reader.header().headerMax[i]);
+        }
+    }
+
+    const QString rel = newDataSetFolder(name);
+    const QString part = QDir(m_folder).filePath(rel + QStringLiteral(".part"));
+    if (!QDir().mkpath(part)) return d->fail(PCAR_FileError, QStringLiteral("cannot create %1").arg(part));
+    auto abandon = [&](EEPtCloudActResult code, const QString& why) {
+        QDir(part).removeRecursively();
+        return d->fail(code, why);
+    };
+
+    // The origin comes from the first point: header bounds may not describe
+    // the points (some writers store them unscaled).
+    pcVec3d origin;
+    stPtCloud_PointArray chunk;
+    for (const QString& key : p.lasNames) {
+        LasReader reader;
+        QString err;
+        if (reader.open(d->las.value(key), &err) && reader.readChunk(chunk, 1, columns, pcVec3d(), &err) > 0) {
+            const pcVec3f& p0 = chunk.positions.front();
+            origin = roundedOrigin(chunk.origin.x + p0.x, chunk.origin.y + p0.y, chunk.origin.z + p0.z);
+            break;
+        }
+    }
+    std::unique_ptr<PtCloud_DataSetBuilder> builder;
+    PtCloud_ProgressRange readProgress(progress, 0, 50);
+    quint64 done = 0;
+    for (const QString& key : p.lasNames) {
+        LasReader reader;
+        QString err;
+        if (!reader.open(d->las.value(key), &err)) return abandon(PCAR_FileError, key + QStringLiteral(": ") + err);
+        readProgress.setProgressText(QStringLiteral("reading %1").arg(key));
+        for (;;) {
+            if (readProgress.isStopRequested()) return abandon(PCAR_Cancelled, QStringLiteral("cancelled"));
+            const qint64 n = reader.readChunk(chunk, kChunkPoints, columns, origin, &err);
+            if (n < 0) return abandon(PCAR_FileError, key + QStringLiteral(": ") + err);
+            if (n == 0) break;
+            if (!builder)
+                builder = makeBuilder(QDir(part).filePath(kPointsFile), columns, origin, minAbs, maxAbs, chunk);
+            if (!builder->addPoints(chunk, &err)) return abandon(PCAR_FileError, err);
+            done += quint64(n);
+            if (total) readProgress.setProgress(int(100 * done / total));
+        }
+    }
+    if (!builder) {  // no points at all: an empty dataset is still a dataset
+        chunk = stPtCloud_PointArray();
+        builder = makeBuilder(QDir(part).filePath(kPointsFile), columns, origin, minAbs, maxAbs, chunk);
+    }
+    PtCloud_ProgressRange writeProgress(progress, 50, 100);
+    writeProgress.setProgressText(QStringLiteral("writing blocks"));
+    QString err;
+    if (!builder->finish(&writeProgress, &err)) {
+        const bool cancelled = writeProgress.isStopRequested();
+        builder.reset();
+        return abandon(cancelled ? PCAR_Cancelled : PCAR_FileError, err);
+    }
+    builder.reset();
+    if (progress) progress->setProgress(100);
+    return adoptDataSetFolder(name, rel, part);
+}
+
+std::unique_ptr<PtCloud_DataSetBuilder> PtCloud_Controller::makeBuilder(
+    const QString& path, const QList<EDataSetColumn>& columns, const pcVec3d& origin, const double minAbs[3],
+    const double maxAbs[3], const stPtCloud_PointArray& firstChunk) const
+{
+    stPtCloud_DataSetHeader header;
+    header.type = DST_Points;
+    header.sort = DSS_Shuffled;
+    header.coloringMode = coloringFor(columns);
+    header.origin = origin;
+    header.columns = columns;
+    // Bucket the points over the header's box when it holds the first points;
+    // otherwise over the first chunk's box (the builder copes with points
+    // outside, only less evenly).
+    pcBoundingBoxf bounds(float(minAbs[0] - origin.x), float(minAbs[1] - origin.y), float(minAbs[2] - origin.z),
+                          float(maxAbs[0] - origin.x), float(maxAbs[1] - origin.y), float(maxAbs[2] - origin.z));
+    pcBoundingBoxf first;
+    for (const pcVec3f& q : firstChunk.positions)
+        first.expandBy(pcVec3f(float(firstChunk.origin.x - origin.x + q.x), float(firstChunk.origin.y - origin.y + q.y),
+                               float(firstChunk.origin.z - origin.z + q.z)));
+    const bool headerUsable = bounds.valid() && first.valid() && bounds.radius() < 1e7f &&
+                              bounds.intersects(first);
+    if (!headerUsable) bounds = first.valid() ? first : pcBoundingBoxf(0, 0, 0, 1, 1, 1);
+    PtCloud_DataSetBuilder::Options options;
+    options.tempDir = QFileInfo(path).absolutePath();
+    return std::make_unique<PtCloud_DataSetBuilder>(path, header, bounds, options);
+}
+
+EEPtCloudActResult PtCloud_Controller::doCmd_DataSet_Rename(const stControlParam_DataSet_Rename& p)
+{
+    const QString newName = p.newName.trimmed();
+    PtCloudDataSet* ds = d->dataSets.value(p.oldName, nullptr);
+    if (!ds) return d->fail(PCAR_NotFound, QStringLiteral("no dataset %1").arg(p.oldName));
+    if (newName == p.oldName) return PCAR_Success;
+    // Renaming to the same name in other letter case is allowed.
+    const bool caseOnly = newName.compare(p.oldName, Qt::CaseInsensitive) == 0;
+    if (!caseOnly && !isValidNewDataSetName(newName))
+        return d->fail(PCAR_InvalidParameter, QStringLiteral("invalid or existing dataset name \"%1\"").arg(p.newName));
+    const QString rel = d->dataSetFolders.take(p.oldName);
+    d->dataSetFolders.insert(newName, rel);
+    QString err;
+    if (!saveManifest(&err)) {
+        d->dataSetFolders.remove(newName);
+        d->dataSetFolders.insert(p.oldName, rel);
+        return d->fail(PCAR_FileError, err);
+    }
+    d->dataSets.remove(p.oldName);
+    d->dataSets.insert(newName, ds);
+    ds->setName(newName);
+    emit sg_DataSet_Renamed(p.oldName, newName);
+    return PCAR_Success;
+}
+
+EEPtCloudActResult PtCloud_Controller::doCmd_DataSet_Remove(const stControlParam_DataSet_Remove& p)
+{
+    PtCloudDataSet* ds = d->dataSets.value(p.name, nullptr);
+    if (!ds) return d->fail(PCAR_NotFound, QStringLiteral("no dataset %1").arg(p.name));
+    const QString rel = d->dataSetFolders.take(p.name);
+    QString err;
+    if (!saveManifest(&err)) {
+        d->dataSetFolders.insert(p.name, rel);
+        return d->fail(PCAR_FileError, err);
+    }
+    d->dataSets.remove(p.name);
+    // Listeners take their items down before the files go.
+    emit sg_DataSet_Removed(p.name);
+    delete ds;
+    QDir(QDir(m_folder).filePath(rel)).removeRecursively();
+    return PCAR_Success;
+}
+
+EEPtCloudActResult PtCloud_Controller::doCmd_DataSet_Copy(const stControlParam_DataSet_Copy& p)
+{
+    PtCloudDataSet* src = d->dataSets.value(p.source, nullptr);
+    if (!src) return d->fail(PCAR_NotFound, QStringLiteral("no dataset %1").arg(p.source));
+    const QString name = p.target.trimmed();
+    if (!isValidNewDataSetName(name))
+        return d->fail(PCAR_InvalidParameter, QStringLiteral("invalid or existing dataset name \"%1\"").arg(p.target));
+    const QString rel = newDataSetFolder(name);
+    const QString part = QDir(m_folder).filePath(rel + QStringLiteral(".part"));
+    if (!copyFolder(src->getFolder(), part)) {
+        QDir(part).removeRecursively();
+        return d->fail(PCAR_FileError, QStringLiteral("cannot copy dataset %1").arg(p.source));
+    }
+    return adoptDataSetFolder(name, rel, part);
+}
+
+bool PtCloud_Controller::copyFolder(const QString& from, const QString& to)
+{
+    const QDir src(from);
+    if (!QDir().mkpath(to)) return false;
+    for (const QFileInfo& fi : src.entryInfoList(QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot)) {
+        const QString target = QDir(to).filePath(fi.fileName());
+        if (fi.isDir()) {
+            if (!copyFolder(fi.absoluteFilePath(), target)) return false;
+        } else if (!QFile::copy(fi.absoluteFilePath(), target)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+EEPtCloudActResult PtCloud_Controller::doCmd_DataSet_Merge(const stControlParam_DataSet_Merge& p)
+{
+    const QString name = p.target.trimmed();
+    if (!isValidNewDataSetName(name))
+        return d->fail(PCAR_InvalidParameter, QStringLiteral("invalid or existing dataset name \"%1\"").arg(p.target));
+    if (p.sources.isEmpty()) return d->fail(PCAR_InvalidParameter, QStringLiteral("no dataset to merge"));
+
+    // The merged dataset keeps the columns all sources share.
+    std::vector<std::unique_ptr<PtCloud_DataSetFile>> files;
+    QList<EDataSetColumn> columns;
+    pcBoundingBoxf bounds;
+    pcVec3d origin;
+    for (const QString& s : p.sources) {
+        PtCloudDataSet* ds = d->dataSets.value(s, nullptr);
+        if (!ds) return d->fail(PCAR_NotFound, QStringLiteral("no dataset %1").arg(s));
+        auto f = std::make_unique<PtCloud_DataSetFile>(ds->getFilePath_Points());
+        if (!f->openFile()) return d->fail(PCAR_InvalidDataSet, QStringLiteral("%1: %2").arg(s, f->lastError()));
+        const stPtCloud_DataSetHeader& h = f->getHeader();
+        if (files.empty()) {
+            columns = h.columns;
+            origin = h.origin;
+        } else {
+            QList<EDataSetColumn> common;
+            for (EDataSetColumn c : columns)
+                if (h.columns.contains(c)) common << c;
+            columns = common;
+        }
+        if (h.bounds.valid()) {
+            const pcVec3f shift(float(h.origin.x - origin.x), float(h.origin.y - origin.y), float(h.origin.z - origin.z));
+            bounds.expandBy(h.bounds.min + shift);
+            bounds.expandBy(h.bounds.max + shift);
+        }
+        files.push_back(std::move(f));
+    }
+
+    const QString rel = newDataSetFolder(name);
+    const QString part = QDir(m_folder).filePath(rel + QStringLiteral(".part"));
+    if (!QDir().mkpath(part)) return d->fail(PCAR_FileError, QStringLiteral("cannot create %1").arg(part));
+    stPtCloud_DataSetHeader header;
+    header.type = DST_Points;
+    header.sort = DSS_Shuffled;
+    header.coloringMode = coloringFor(columns);
+    header.origin = origin;
+    header.columns = columns;
+    PtCloud_DataSetBuilder::Options options;
+    options.tempDir = part;
+    PtCloud_DataSetBuilder builder(QDir(part).filePath(kPointsFile), header,
+                                   bounds.valid() ? bounds : pcBoundingBoxf(0, 0, 0, 1, 1, 1), options);
+    QString err;
+    for (auto& f : files) {
+        QMap<int, std::tuple<unsigned int, pcBoundingBoxf>> blocks;
+        f->getBlocks(blocks);
+        for (auto it = blocks.cbegin(); it != blocks.cend(); ++it) {
+            const stPtCloud_PointArray* block = f->readBlock(it.key());
+            if (!block || !builder.addPoints(*block, &err)) {
+                QDir(part).removeRecursively();
+                return d->fail(PCAR_FileError, block ? err : f->lastError());
+            }
+        }
+    }
+    if (!builder.finish(nullptr, &err)) {
+        QDir(part).removeRecursively();
+        return d->fail(PCAR_FileError, err);
+    }
+    return adoptDataSetFolder(name, rel, part);
+}
+
+// ---- long actions (worker thread)
+
+EEPtCloudActResult PtCloud_Controller::doCmd_DataSet_Do_Mesh(const stControlParam_DataSet_Do_Mesh& p,
+                                                             ILongLiveActionProgress* progress)
+{
+    return PtCloud_LongActions(sourceFor(p.dataSetName), progress).doMesh(p);
+}
+
+EEPtCloudActResult PtCloud_Controller::doCmd_DataSet_Do_Split(const stControlParam_DataSet_Do_Split& p,
+                                                              ILongLiveActionProgress* progress)
+{
+    return PtCloud_LongActions(sourceFor(p.dataSetName), progress).doSplit(p);
+}
+
+EEPtCloudActResult PtCloud_Controller::doCmd_DataSet_Do_Sample(const stControlParam_DataSet_Do_Sample& p,
+                                                               ILongLiveActionProgress* progress)
+{
+    return PtCloud_LongActions(sourceFor(p.dataSetName), progress).doSample(p);
+}
+
+QString PtCloud_Controller::sourceFor(const QString& dataSetName) const
+{
+    // Read while the GUI waits in the action's modal dialog: the map does not change meanwhile.
+    const PtCloudDataSet* ds = d->dataSets.value(dataSetName, nullptr);
+    return ds ? ds->getFilePath_Points() : QString();
+}
+
+}  // namespace ptCloud

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QString>
+
+#include "ControlParams.h"
+#include "PtCloudEnums.h"
+
+namespace ptCloud {
+
+class ILongLiveActionProgress;
+
+// The long processing actions of a dataset, run on a worker thread: each
+// reads the dataset's points file through a reader of its own, runs one
+// processing stage and writes its result to the target path atomically.
+// Nothing of the project is changed here; the caller adopts the result.
+class PtCloud_LongActions {
+public:
+    PtCloud_LongActions(const QString& pointsFile, ILongLiveActionProgress* progress);
+
+    EEPtCloudActResult doMesh(const stControlParam_DataSet_Do& p);    // codes 0-2, and 3 (DEM)
+    EEPtCloudActResult doSplit(const stControlParam_DataSet_Do& p);   // codes 100-107
+    EEPtCloudActResult doSample(const stControlParam_DataSet_Do& p);  // code 200
+
+private:
+    QString m_points;
+    ILongLiveActionProgress* m_progress;
+};
+
+}  // namespace ptCloud
