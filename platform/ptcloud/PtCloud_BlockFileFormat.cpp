@@ -122,8 +122,7 @@ qint64 PtCloud_BlockFileFormat::triangleCount(const stPtCloud_DataSetHeader& hea
 QByteArray PtCloud_BlockFileFormat::encodeHeader(const stPtCloud_DataSetHeader& header,
                                                  const IndexLocation& index)
 {
-    QByteArray bytes(kHeaderBytes, '\0');
-    char* p = bytes.data();
+    char p[kHeaderBytes] = {};
     std::memcpy(p + kOffMagic, kMagic, sizeof kMagic);
     put<quint32>(p, kOffVersion, kVersion);
     put<quint32>(p, kOffHeaderBytes, quint32(kHeaderBytes));
@@ -139,7 +138,7 @@ QByteArray PtCloud_BlockFileFormat::encodeHeader(const stPtCloud_DataSetHeader& 
     put<quint64>(p, kOffIndexOffset, index.offset);
     putBox(p, kOffBounds, header.bounds);
     put<quint32>(p, kOffHeaderChecksum, checksum(p, kOffHeaderChecksum));
-    return bytes;
+    return QByteArray(p, kHeaderBytes);
 }
 
 bool PtCloud_BlockFileFormat::decodeHeader(const QByteArray& bytes, quint64 fileSize,
@@ -205,7 +204,7 @@ bool PtCloud_BlockFileFormat::decodeHeader(const QByteArray& bytes, quint64 file
 
 QByteArray PtCloud_BlockFileFormat::encodeIndex(const std::vector<IndexEntry>& entries)
 {
-    QByteArray bytes(int(entries.size() * kIndexEntryBytes), '\0');
+    std::vector<char> bytes(entries.size() * kIndexEntryBytes);
     char* p = bytes.data();
     for (const IndexEntry& e : entries) {
         put<qint32>(p, kEntId, qint32(e.id));
@@ -215,7 +214,7 @@ QByteArray PtCloud_BlockFileFormat::encodeIndex(const std::vector<IndexEntry>& e
         put<quint64>(p, kEntBytes, e.bytes);
         p += kIndexEntryBytes;
     }
-    return bytes;
+    return QByteArray(bytes.data(), int(bytes.size()));
 }
 
 bool PtCloud_BlockFileFormat::decodeIndex(const QByteArray& bytes,
