@@ -384,7 +384,7 @@ qint64 LasReader::readChunk(stPtCloud_PointArray& out, int maxPoints, const QLis
     out.triangles.clear();
     for (auto it = out.columns.begin(); it != out.columns.end();)
         it = raw.contains(it->first) ? std::next(it) : out.columns.erase(it);
-    for (EDataSetColumn c : raw) out.columns[c].resize(size_t(n) * size_t(rawColumnBytes(c)));
+    for (EDataSetColumn c : raw) out.columns[c].resize(size_t(n) * size_t(columnValueBytes(c)));
 
     const int recLen = h.recordLength;
     const int perFill = std::max(1, kBufferBytes / recLen);
@@ -400,16 +400,6 @@ qint64 LasReader::readChunk(stPtCloud_PointArray& out, int maxPoints, const QLis
     }
     m_read += quint64(n);
     return n;
-}
-
-int LasReader::rawColumnBytes(EDataSetColumn c) {
-    switch (c) {
-    case DSC_Intensity: case DSC_PointSourceId: return 2;
-    case DSC_ScanAngleRank: case DSC_WaveformPacketSizeInBytes: case DSC_ReturnPointWaveformLocation: return 4;
-    case DSC_GpsTime: case DSC_ByteOffsetToWaveformData: return 8;
-    case DSC_Location_T: return 12;
-    default: return 1;
-    }
 }
 
 void LasReader::decode(const char* src, int k, int at, const QList<EDataSetColumn>& raw, bool wantColor,
@@ -430,15 +420,16 @@ void LasReader::decode(const char* src, int k, int at, const QList<EDataSetColum
                          float(le<qint32>(r + 8) * s[2] + o[2]));
     }
     if (wantColor) {
-        const float f = m_color8 ? 1.f / 255.f : 1.f / 65535.f;
+        // 8-bit values scaled by 257 over 65535 are over 255.
+        const float full = m_color8 ? 255.f : 65535.f;
         pcVec4f* col = out.colors.data() + at;
         for (int i = 0; i < k; ++i) {
             const char* c = src + size_t(i) * recLen + l.rgb;
-            col[i] = pcVec4f(le<quint16>(c) * f, le<quint16>(c + 2) * f, le<quint16>(c + 4) * f, 1.f);
+            col[i] = pcVec4f(le<quint16>(c) / full, le<quint16>(c + 2) / full, le<quint16>(c + 4) / full, 1.f);
         }
     }
     for (EDataSetColumn c : raw) {
-        uint8_t* dst = out.columns[c].data() + size_t(at) * size_t(rawColumnBytes(c));
+        uint8_t* dst = out.columns[c].data() + size_t(at) * size_t(columnValueBytes(c));
         switch (c) {
         case DSC_Intensity: copyField<2>(src, recLen, k, 12, dst); break;
         case DSC_ReturnNumber: extractBits(src, recLen, k, 14, 0, ext ? 0x0F : 0x07, dst); break;

@@ -49,7 +49,6 @@ private:
     bool detectColorDepth(QString* why);
     void decode(const char* src, int k, int at, const QList<EDataSetColumn>& raw, bool wantColor,
                 const pcVec3d& origin, stPtCloud_PointArray& out) const;
-    static int rawColumnBytes(EDataSetColumn c);
 
     QFile m_file;
     LasHeader m_header;

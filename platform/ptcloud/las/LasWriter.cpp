@@ -66,7 +66,7 @@ bool LasWriter::open(const QString& path, bool withColor, const double scale[3],
     m_offsetToPoints = m_headerSize + (m_wkt.isEmpty() ? 0 : kVlrHeaderBytes + m_wkt.size());
 
     // The header is written again by close(), once counts and bounds are known.
-    QByteArray lead(int(m_offsetToPoints), '\0');
+    std::vector<char> lead(m_offsetToPoints, '\0');
     if (!m_wkt.isEmpty()) {
         char* v = lead.data() + m_headerSize;
         putText(v + 2, 16, "LASF_Projection");
@@ -75,7 +75,7 @@ bool LasWriter::open(const QString& path, bool withColor, const double scale[3],
         putText(v + 22, 32, "OGC coordinate system WKT");
         std::memcpy(v + kVlrHeaderBytes, m_wkt.constData(), size_t(m_wkt.size()));
     }
-    if (m_file.write(lead) != lead.size())
+    if (m_file.write(lead.data(), qint64(lead.size())) != qint64(lead.size()))
         return fail(QStringLiteral("cannot write %1: %2").arg(path, m_file.errorString()));
     return true;
 }
@@ -172,7 +172,7 @@ bool LasWriter::close(QString* error) {
         return false;
     };
     if (!m_file.isOpen()) return fail(QStringLiteral("no LAS file is open for writing"));
-    QByteArray head(kHeaderBytes, '\0');
+    std::vector<char> head(kHeaderBytes, '\0');
     char* h = head.data();
     std::memcpy(h, "LASF", 4);
     put<quint16>(h + 6, m_wkt.isEmpty() ? 0 : kWktEncodingBit);
@@ -198,7 +198,7 @@ bool LasWriter::close(QString* error) {
     }
     put<quint64>(h + 247, m_count);
     for (int r = 0; r < 15; ++r) put<quint64>(h + 255 + 8 * r, m_byReturn[r]);
-    if (!m_file.seek(0) || m_file.write(head) != head.size())
+    if (!m_file.seek(0) || m_file.write(head.data(), kHeaderBytes) != kHeaderBytes)
         return fail(QStringLiteral("cannot write %1: %2").arg(m_file.fileName(), m_file.errorString()));
     if (!m_file.commit()) {
         if (error) *error = QStringLiteral("cannot save %1: %2").arg(m_file.fileName(), m_file.errorString());
