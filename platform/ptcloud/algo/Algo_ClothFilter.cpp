@@ -1,0 +1,348 @@
+#include "Algo_ClothFilter.h"
+
+#include <QObject>
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <deque>
+#include <limits>
+#include <thread>
+#include <utility>
+
+#include "ILongLiveActionProgress.h"
+
+namespace ptCloud {
+
+namespace {
+
+// Acceleration of the falling cloth in the simulation's own units. Left
+// alone the cloth settles into the shape where each free particle's fall
+// balances its springs, so the sag over a pit grows with gravity and the
+// square of the pit's width; this value lets a stiff cloth (rigidness 3,
+// time step 0.65, 0.5 m particles) span a 40 m wide building without
+// touching its roof, while a soft one still drapes over hills.
+constexpr float kGravity = 0.02f;
+// Share of a particle's velocity lost each step, so held particles settle.
+constexpr float kDamping = 0.01f;
+// Blank rows and columns of particles around the cloud so that its border
+// points lie inside the cloth.
+constexpr int kMargin = 1;
+constexpr int kGroundLabel = 2;
+constexpr int kObjectLabel = 1;
+constexpr float kNoSurface = -std::numeric_limits<float>::infinity();
+
+size_t threadCount() { return std::max(1u, std::thread::hardware_concurrency()); }
+
+// Runs fn(begin, end, part) over [0, n) in threadCount() parts, one a core.
+// Small jobs (n items of itemCost elementary steps each) stay on the calling
+// thread, where starting a thread would cost more than the work.
+template <typename Fn>
+void parallelFor(size_t n, size_t itemCost, const Fn& fn)
+{
+    const size_t parts = threadCount();
+    if (parts == 1 || n < 2 || n * itemCost < 16384) {
+        fn(size_t(0), n, size_t(0));
+        return;
+    }
+    std::vector<std::thread> pool;
+    const size_t chunk = (n + parts - 1) / parts;
+    for (size_t t = 1; t < parts; ++t) {
+        const size_t b = std::min(n, t * chunk), e = std::min(n, b + chunk);
+        if (b < e) pool.emplace_back([&fn, b, e, t] { fn(b, e, t); });
+    }
+    fn(size_t(0), std::min(n, chunk), size_t(0));
+    for (auto& th : pool) th.join();
+}
+
+// The cloth in the inverted frame (heights are -z): particle (c, r) sits
+// over plan position (x0 + c * res, y0 + r * res).
+struct Cloth {
+    int cols = 0, rows = 0;
+    double x0 = 0.0, y0 = 0.0, res = 1.0;
+    std::vector<float> height, previous, surface;
+    std::vector<uint8_t> fixed;
+
+    size_t index(int c, int r) const { return size_t(r) * size_t(cols) + size_t(c); }
+    size_t count() const { return size_t(cols) * size_t(rows); }
+    int nearestColumn(float x) const { return std::clamp(int(std::lround((x - x0) / res)), 0, cols - 1); }
+    int nearestRow(float y) const { return std::clamp(int(std::lround((y - y0) / res)), 0, rows - 1); }
+
+    // Calls fn(j) for each of the (up to) four particles next to particle i.
+    template <typename Fn>
+    void forEachNeighbour(size_t i, const Fn& fn) const
+    {
+        const size_t c = i % size_t(cols), r = i / size_t(cols);
+        if (c > 0) fn(i - 1);
+        if (c + 1 < size_t(cols)) fn(i + 1);
+        if (r > 0) fn(i - size_t(cols));
+        if (r + 1 < size_t(rows)) fn(i + size_t(cols));
+    }
+
+    // Cloth height under a plan position, bilinear between the four
+    // particles around it.
+    float heightAt(float x, float y) const
+    {
+        const double fx = std::clamp((x - x0) / res, 0.0, double(cols - 1));
+        const double fy = std::clamp((y - y0) / res, 0.0, double(rows - 1));
+        const int c = std::min(int(fx), cols - 2 < 0 ? 0 : cols - 2);
+        const int r = std::min(int(fy), rows - 2 < 0 ? 0 : rows - 2);
+        const int c1 = std::min(c + 1, cols - 1), r1 = std::min(r + 1, rows - 1);
+        const float tx = float(fx - c), ty = float(fy - r);
+        const float bottom = height[index(c, r)] * (1.f - tx) + height[index(c1, r)] * tx;
+        const float top = height[index(c, r1)] * (1.f - tx) + height[index(c1, r1)] * tx;
+        return bottom * (1.f - ty) + top * ty;
+    }
+};
+
+bool stopRequested(ILongLiveActionProgress* progress)
+{
+    return progress && progress->isStopRequested();
+}
+
+void report(ILongLiveActionProgress* progress, int value, const QString& text = QString())
+{
+    if (!progress) return;
+    if (!text.isEmpty()) progress->setProgressText(text);
+    progress->setProgress(value);
+}
+
+bool fail(QString* error, const QString& reason)
+{
+    if (error) *error = reason;
+    return false;
+}
+
+QString checkParams(const Algo_ClothFilter::Params& p)
+{
+    if (!(p.classThreshold > 0.0)) return QObject::tr("class threshold must be positive");
+    if (!(p.clothResolution > 0.0)) return QObject::tr("cloth resolution must be positive");
+    if (p.iterations < 1) return QObject::tr("iterations must be at least 1");
+    if (p.rigidness < 1) return QObject::tr("rigidness must be at least 1");
+    if (!(p.timeStep > 0.0)) return QObject::tr("time step must be positive");
+    if (!(p.slopeHeightDifference > 0.0)) return QObject::tr("slope height difference must be positive");
+    return QString();
+}
+
+// A lone point far below everything around it (a multipath echo, a bird
+// hit under the ground) would stand in the inverted cloud as a pole that
+// holds the whole cloth up like a tent. Such cells lose their height: a
+// cell is a spike when it rises above every other measured cell within a
+// few point spacings by more than that distance (steeper than 45 degrees)
+// plus a metre.
+void dropSpikes(Cloth& cloth)
+{
+    size_t measured = 0;
+    for (float s : cloth.surface) measured += s != kNoSurface;
+    if (measured < 2) return;
+    const double share = double(measured) / double(cloth.count());
+    const int reach = std::clamp(int(std::ceil(2.0 / std::sqrt(share))), 2, 8);
+    std::vector<uint8_t> spike(cloth.count(), 0);
+    parallelFor(size_t(cloth.rows), size_t(cloth.cols) * size_t(reach * reach), [&](size_t b, size_t e, size_t) {
+        for (int r = int(b); r < int(e); ++r)
+            for (int c = 0; c < cloth.cols; ++c) {
+                const float s = cloth.surface[cloth.index(c, r)];
+                if (s == kNoSurface) continue;
+                float around = kNoSurface;
+                for (int rr = std::max(0, r - reach); rr <= std::min(cloth.rows - 1, r + reach); ++rr)
+                    for (int cc = std::max(0, c - reach); cc <= std::min(cloth.cols - 1, c + reach); ++cc)
+                        if (rr != r || cc != c) around = std::max(around, cloth.surface[cloth.index(cc, rr)]);
+                spike[cloth.index(c, r)] = around != kNoSurface && s - around > float(reach * cloth.res) + 1.f;
+            }
+    });
+    for (size_t i = 0; i < cloth.count(); ++i)
+        if (spike[i]) cloth.surface[i] = kNoSurface;
+}
+
+// Every particle gets the inverted height of the lowest point nearest to it;
+// particles without a point take the value of the nearest particle that has
+// one (breadth-first, so nearest in steps), which keeps holes in the data
+// from letting the cloth fall through.
+void buildSurface(const std::vector<pcVec3f>& points, Cloth& cloth)
+{
+    cloth.surface.assign(cloth.count(), kNoSurface);
+    for (const pcVec3f& p : points) {
+        float& s = cloth.surface[cloth.index(cloth.nearestColumn(p.x), cloth.nearestRow(p.y))];
+        s = std::max(s, -p.z);
+    }
+    dropSpikes(cloth);
+    std::deque<size_t> queue;
+    for (size_t i = 0; i < cloth.count(); ++i)
+        if (cloth.surface[i] != kNoSurface) queue.push_back(i);
+    while (!queue.empty()) {
+        const size_t i = queue.front();
+        queue.pop_front();
+        cloth.forEachNeighbour(i, [&](size_t j) {
+            if (cloth.surface[j] != kNoSurface) return;
+            cloth.surface[j] = cloth.surface[i];
+            queue.push_back(j);
+        });
+    }
+}
+
+// Moves the two ends of a spring towards each other, closing `share` of the
+// gap; a stuck end stays and the free one closes it alone.
+inline void pull(Cloth& cloth, size_t a, size_t b, float share)
+{
+    const bool fa = cloth.fixed[a], fb = cloth.fixed[b];
+    if (fa && fb) return;
+    const float gap = (cloth.height[b] - cloth.height[a]) * share;
+    if (!fa && !fb) {
+        cloth.height[a] += gap * 0.5f;
+        cloth.height[b] -= gap * 0.5f;
+    } else if (!fa) {
+        cloth.height[a] += gap;
+    } else {
+        cloth.height[b] -= gap;
+    }
+}
+
+// One step: gravity on the free particles (Verlet with damping), then the
+// springs in four passes (even and odd horizontal pairs, even and odd
+// vertical pairs) so that no particle is written by two threads at once,
+// then collision with the surface. Returns the largest movement.
+float step(Cloth& cloth, float fallPerStep, float share)
+{
+    const size_t n = cloth.count();
+    parallelFor(n, 1, [&](size_t b, size_t e, size_t) {
+        for (size_t i = b; i < e; ++i) {
+            if (cloth.fixed[i]) continue;
+            const float h = cloth.height[i];
+            cloth.height[i] = h + (h - cloth.previous[i]) * (1.f - kDamping) - fallPerStep;
+            cloth.previous[i] = h;
+        }
+    });
+    for (int parity = 0; parity < 2; ++parity) {
+        parallelFor(size_t(cloth.rows), size_t(cloth.cols), [&](size_t b, size_t e, size_t) {
+            for (size_t r = b; r < e; ++r)
+                for (int c = parity; c + 1 < cloth.cols; c += 2)
+                    pull(cloth, cloth.index(c, int(r)), cloth.index(c + 1, int(r)), share);
+        });
+    }
+    for (int parity = 0; parity < 2; ++parity) {
+        const size_t pairs = cloth.rows > parity ? size_t(cloth.rows - parity) / 2 : 0;
+        parallelFor(pairs, size_t(cloth.cols), [&](size_t b, size_t e, size_t) {
+            for (size_t k = b; k < e; ++k) {
+                const int r = parity + 2 * int(k);
+                for (int c = 0; c < cloth.cols; ++c) pull(cloth, cloth.index(c, r), cloth.index(c, r + 1), share);
+            }
+        });
+    }
+    std::vector<float> largest(threadCount(), 0.f);
+    parallelFor(n, 1, [&](size_t b, size_t e, size_t part) {
+        float local = 0.f;
+        for (size_t i = b; i < e; ++i) {
+            if (cloth.fixed[i]) continue;
+            if (cloth.height[i] <= cloth.surface[i]) {
+                cloth.height[i] = cloth.surface[i];
+                cloth.fixed[i] = 1;
+            }
+            local = std::max(local, std::fabs(cloth.height[i] - cloth.previous[i]));
+        }
+        largest[part] = local;
+    });
+    const float maxMove = *std::max_element(largest.begin(), largest.end());
+    return maxMove;
+}
+
+}  // namespace
+
+Algo_ClothFilter::Params Algo_ClothFilter::Params::forSpacing(double meanSpacing)
+{
+    Params p;
+    p.clothResolution = std::clamp(meanSpacing, 0.5, 5.0);
+    return p;
+}
+
+size_t Algo_ClothFilter::maxParticles(size_t pointCount)
+{
+    return std::max(kMinParticleBudget, 16 * pointCount);
+}
+
+bool Algo_ClothFilter::run(const std::vector<pcVec3f>& points, const Params& params, std::vector<int>* labels,
+                           ILongLiveActionProgress* progress, QString* error)
+{
+    const QString bad = checkParams(params);
+    if (!bad.isEmpty()) return fail(error, bad);
+    if (!labels) return fail(error, QObject::tr("no output for the labels"));
+    if (points.empty()) {
+        labels->clear();
+        return true;
+    }
+    report(progress, 0, QObject::tr("Cloth filter: laying the cloth"));
+
+    pcBoundingBoxf box;
+    for (const pcVec3f& p : points) box.expandBy(p);
+    Cloth cloth;
+    cloth.res = params.clothResolution;
+    cloth.x0 = box.min.x - kMargin * cloth.res;
+    cloth.y0 = box.min.y - kMargin * cloth.res;
+    const double cols = std::ceil((box.max.x - cloth.x0) / cloth.res) + 1 + kMargin;
+    const double rows = std::ceil((box.max.y - cloth.y0) / cloth.res) + 1 + kMargin;
+    const size_t budget = maxParticles(points.size());
+    if (cols * rows > double(budget))
+        return fail(error, QObject::tr("cloth resolution %1 m is too fine for a %2 x %3 m cloud (%4 particles, at most %5)")
+                               .arg(params.clothResolution)
+                               .arg(double(box.max.x - box.min.x), 0, 'f', 1)
+                               .arg(double(box.max.y - box.min.y), 0, 'f', 1)
+                               .arg(cols * rows, 0, 'f', 0)
+                               .arg(budget));
+    cloth.cols = int(cols);
+    cloth.rows = int(rows);
+
+    buildSurface(points, cloth);
+    if (stopRequested(progress)) return fail(error, QStringLiteral("cancelled"));
+    report(progress, 5);
+
+    const float top = *std::max_element(cloth.surface.begin(), cloth.surface.end());
+    cloth.height.assign(cloth.count(), top);
+    cloth.previous = cloth.height;
+    cloth.fixed.assign(cloth.count(), 0);
+
+    const float dt = float(params.timeStep);
+    const float fallPerStep = kGravity * dt * dt;
+    const float share = float(1.0 - std::pow(0.5, params.rigidness));
+    // Settled: nothing moves by a hundredth of a first free-fall step.
+    const float settled = 0.01f * fallPerStep;
+    report(progress, 5, QObject::tr("Cloth filter: simulating the cloth"));
+    for (int it = 0; it < params.iterations; ++it) {
+        if (stopRequested(progress)) return fail(error, QStringLiteral("cancelled"));
+        const float moved = step(cloth, fallPerStep, share);
+        report(progress, 5 + int(80.0 * (it + 1) / params.iterations));
+        if (moved < settled) break;
+    }
+
+    if (params.slopeSmooth) {
+        report(progress, 85, QObject::tr("Cloth filter: smoothing slopes"));
+        const float limit = float(params.slopeHeightDifference);
+        std::deque<size_t> queue;
+        for (size_t i = 0; i < cloth.count(); ++i)
+            if (cloth.fixed[i]) queue.push_back(i);
+        while (!queue.empty()) {
+            const size_t i = queue.front();
+            queue.pop_front();
+            cloth.forEachNeighbour(i, [&](size_t j) {
+                if (cloth.fixed[j] || std::fabs(cloth.surface[j] - cloth.surface[i]) >= limit) return;
+                cloth.height[j] = cloth.surface[j];
+                cloth.fixed[j] = 1;
+                queue.push_back(j);
+            });
+        }
+    }
+    if (stopRequested(progress)) return fail(error, QStringLiteral("cancelled"));
+
+    report(progress, 90, QObject::tr("Cloth filter: classifying points"));
+    std::vector<int> out(points.size());
+    const float threshold = float(params.classThreshold);
+    parallelFor(points.size(), 1, [&](size_t b, size_t e, size_t) {
+        for (size_t i = b; i < e; ++i) {
+            const pcVec3f& p = points[i];
+            out[i] = std::fabs(cloth.heightAt(p.x, p.y) + p.z) < threshold ? kGroundLabel : kObjectLabel;
+        }
+    });
+    if (stopRequested(progress)) return fail(error, QStringLiteral("cancelled"));
+    labels->swap(out);
+    report(progress, 100);
+    return true;
+}
+
+}  // namespace ptCloud
