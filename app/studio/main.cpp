@@ -1,0 +1,44 @@
+#include "MessageLogger.h"
+#include "StudioMainWindow.h"
+
+#include <QApplication>
+#include <QCommandLineParser>
+
+#include <cstdio>
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication::setOrganizationName(QStringLiteral("PtCloud"));
+    QCoreApplication::setApplicationName(QStringLiteral("PtCloud Studio"));
+    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+    QApplication app(argc, argv);
+    MessageLogger::install();
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("Point-cloud editor studio"));
+    parser.addHelpOption();
+    parser.addPositionalArgument(QStringLiteral("file"), QStringLiteral("LAS file or project folder to open"),
+                                 QStringLiteral("[file]"));
+    const QCommandLineOption screenshot(QStringLiteral("screenshot"),
+                                        QStringLiteral("Save a picture of the window to <png> and exit."),
+                                        QStringLiteral("png"));
+    parser.addOption(screenshot);
+    parser.process(app);
+    const QStringList positional = parser.positionalArguments();
+    if (positional.size() > 1) {
+        std::fprintf(stderr, "ptcloud-studio: at most one file or folder\n");
+        return 2;
+    }
+
+    StudioMainWindow window(positional.value(0));
+    if (parser.isSet(screenshot)) {
+        QString error;
+        if (!window.saveScreenshot(parser.value(screenshot), &error)) {
+            std::fprintf(stderr, "ptcloud-studio: %s\n", qPrintable(error));
+            return 1;
+        }
+        return 0;
+    }
+    window.show();
+    return app.exec();
+}

@@ -1,0 +1,145 @@
+#include "OsgTackballManipulate.h"
+
+#include "OsgTackballManipulate_monitor.h"
+
+#include <osg/Camera>
+
+#include <algorithm>
+#include <cmath>
+
+namespace osgHelper {
+
+namespace {
+
+// Distance from the centre of bound at which the whole sphere fits in the
+// camera's field of view; without a perspective camera, the trackball's
+// usual three and a half radii.
+double fitDistance(const osg::BoundingSphere& bound, const osg::Camera* camera)
+{
+    double fovy = 0.0, aspect = 0.0, zNear = 0.0, zFar = 0.0;
+    if (camera && camera->getProjectionMatrixAsPerspective(fovy, aspect, zNear, zFar) && fovy > 0.0 &&
+        aspect > 0.0) {
+        const double halfHeight = osg::DegreesToRadians(fovy) * 0.5;
+        const double halfWidth = std::atan(std::tan(halfHeight) * aspect);
+        return bound.radius() / std::sin(std::min(halfHeight, halfWidth));
+    }
+    return 3.5 * bound.radius();
+}
+
+}  // namespace
+
+OsgTackballManipulate::OsgTackballManipulate() = default;
+
+OsgTackballManipulate::~OsgTackballManipulate() = default;
+
+void OsgTackballManipulate::addMonitor(OsgTackballManipulate_monitor* monitor)
+{
+    if (monitor && std::find(m_monitors.begin(), m_monitors.end(), monitor) == m_monitors.end())
+        m_monitors.push_back(monitor);
+}
+
+void OsgTackballManipulate::removeMonitor(OsgTackballManipulate_monitor* monitor)
+{
+    m_monitors.erase(std::remove(m_monitors.begin(), m_monitors.end(), monitor), m_monitors.end());
+}
+
+osg::Node* OsgTackballManipulate::getTrackNode() const
+{
+    osg::ref_ptr<osg::Node> node;
+    m_trackNode.lock(node);
+    return node.get();
+}
+
+void OsgTackballManipulate::setTrackNode(osg::Node* node)
+{
+    m_trackNode = node;
+    followTrackNode();
+    notifyIfCameraChanged();
+}
+
+void OsgTackballManipulate::setHomeBound(const osg::BoundingSphere& bound) { m_homeBound = bound; }
+
+const osg::BoundingSphere& OsgTackballManipulate::getHomeBound() const { return m_homeBound; }
+
+void OsgTackballManipulate::enterView(const osg::Quat& rotation, const osg::Camera* camera)
+{
+    stopMotion();
+    const osg::BoundingSphere bound = viewBound();
+    _center = bound.center();
+    _rotation = rotation;
+    _distance = fitDistance(bound, camera);
+    notifyIfCameraChanged();
+}
+
+void OsgTackballManipulate::stopMotion()
+{
+    _thrown = false;
+    if (_animationData.valid()) _animationData->_isAnimating = false;
+    flushMouseEventStack();
+}
+
+void OsgTackballManipulate::notifyIfCameraChanged()
+{
+    // A monitor that moves the camera gets its change reported by the loop
+    // below once the current round is over, not by a nested call.
+    if (m_notifying) return;
+    m_notifying = true;
+    while (!m_notifiedOnce || getInverseMatrix() != m_notifiedView) {
+        m_notifiedOnce = true;
+        m_notifiedView = getInverseMatrix();
+        // Monitors may add or remove monitors while being told: walk a copy
+        // and skip those removed in the meantime.
+        const std::vector<OsgTackballManipulate_monitor*> round = m_monitors;
+        for (OsgTackballManipulate_monitor* monitor : round) {
+            if (std::find(m_monitors.begin(), m_monitors.end(), monitor) != m_monitors.end())
+                monitor->onCameraChanged();
+        }
+    }
+    m_notifying = false;
+}
+
+bool OsgTackballManipulate::handle(const osgGA::GUIEventAdapter& ea, osgGA::GUIActionAdapter& us)
+{
+    followTrackNode();
+    const bool handled = osgGA::TrackballManipulator::handle(ea, us);
+    notifyIfCameraChanged();
+    return handled;
+}
+
+void OsgTackballManipulate::computeHomePosition(const osg::Camera* camera, bool /*useBoundingBox*/)
+{
+    // The home bound is a sphere; a box would frame the same scene no better.
+    const osg::BoundingSphere bound = viewBound();
+    const double distance = fitDistance(bound, camera);
+    setHomePosition(bound.center() + osg::Vec3d(0.0, -distance, 0.0), bound.center(),
+                    osg::Vec3d(0.0, 0.0, 1.0), getAutoComputeHomePosition());
+}
+
+void OsgTackballManipulate::followTrackNode()
+{
+    osg::ref_ptr<osg::Node> node;
+    if (!m_trackNode.lock(node)) return;
+    const osg::BoundingSphere& bound = node->getBound();
+    if (!bound.valid()) return;
+    osg::Vec3d centre = bound.center();
+    // The bound is in the coordinates of the node's parent: bring it to the
+    // world through the transforms above the node (the node itself excluded).
+    const osg::NodePathList paths = node->getParentalNodePaths();
+    if (!paths.empty() && paths.front().size() > 1) {
+        const osg::NodePath above(paths.front().begin(), paths.front().end() - 1);
+        centre = centre * osg::computeLocalToWorld(above);
+    }
+    if (centre != _center) setCenter(centre);
+}
+
+osg::BoundingSphere OsgTackballManipulate::viewBound() const
+{
+    osg::BoundingSphere bound = m_homeBound;
+    if (!bound.valid() && getNode()) bound = getNode()->getBound();
+    if (!bound.valid()) return osg::BoundingSphere(osg::Vec3d(), 1.0);
+    // A single point has a zero radius; give the view something to frame.
+    if (bound.radius() <= 0.0) bound.radius() = 1.0;
+    return bound;
+}
+
+}  // namespace osgHelper
