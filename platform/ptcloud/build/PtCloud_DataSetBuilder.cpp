@@ -169,8 +169,6 @@ struct PtCloud_DataSetBuilder::Impl {
         }
     }
 
-    qint64 stagingLimit() const { return opt.memoryBudgetBytes / 2; }
-
     // Points a bucket may hold to be split in memory: its records, the items
     // sorted by the k-d split, and one block on its way out.
     quint64 maxPointsInMemory() const
@@ -180,6 +178,10 @@ struct PtCloud_DataSetBuilder::Impl {
                                               opt.memoryBudgetBytes / 4);
         return std::max<quint64>(quint64(avail / (recordBytes + qint64(sizeof(Item)))), 2);
     }
+
+    // Points stay in memory while they could still be split there, so a
+    // dataset that fits the budget is never spilled.
+    qint64 stagingLimit() const { return qint64(maxPointsInMemory()) * recordBytes; }
 
     bool fail(const QString& why, QString* error)
     {

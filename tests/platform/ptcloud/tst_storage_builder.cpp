@@ -1,0 +1,341 @@
+// The out-of-core dataset builder on generated terrain whose every point can
+// be recomputed from its id (kept in GpsTime): nothing lost or duplicated,
+// positions kept, blocks within the target and their boxes, stride thinning
+// spread over each block, the same result under a tiny memory budget, and a
+// stop request that leaves nothing behind.
+
+#include <QtTest>
+#include <cmath>
+
+#include "PtCloud_DataSetBuilder.h"
+#include "PtCloud_DataSetFile.h"
+#include "PtCloud_SimpleProgress.h"
+
+using namespace ptCloud;
+
+namespace {
+
+const pcVec3d kOrigin(700000.0, 5300000.0, 200.0);
+
+quint64 mix(quint64 z)
+{
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+    return z ^ (z >> 31);
+}
+
+double unit(quint64 id, quint64 salt)
+{
+    return double(mix(id * 4 + salt) >> 11) / double(1ull << 53);
+}
+
+// Rolling terrain, 1000 m x 600 m, relative to kOrigin; `identical` puts
+// every point at one place.
+pcVec3d pointAt(quint64 id, bool identical)
+{
+    if (identical) return pcVec3d(12.5, 40.25, 3.0);
+    const double x = 1000.0 * unit(id, 1), y = 600.0 * unit(id, 2);
+    return pcVec3d(x, y, 10.0 * std::sin(x / 50.0) + 5.0 * std::cos(y / 30.0) + unit(id, 3));
+}
+
+struct Scene {
+    quint64 points = 0;
+    bool identical = false;
+};
+
+// Feeds the points in chunks whose own origin differs from the dataset's.
+bool feed(PtCloud_DataSetBuilder& builder, const Scene& scene, QString* error)
+{
+    const pcVec3d chunkOrigin(kOrigin.x + 100.0, kOrigin.y - 50.0, kOrigin.z);
+    const quint64 chunkSize = 7919;
+    for (quint64 first = 0; first < scene.points; first += chunkSize) {
+        stPtCloud_PointArray chunk;
+        chunk.origin = chunkOrigin;
+        for (EDataSetColumn c : {DSC_Color, DSC_Intensity, DSC_GpsTime, DSC_UserData}) chunk.addColumn(c);
+        const int n = int(std::min(chunkSize, scene.points - first));
+        chunk.resize(n);
+        for (int i = 0; i < n; ++i) {
+            const quint64 id = first + quint64(i);
+            const pcVec3d p = pointAt(id, scene.identical);
+            chunk.positions[i] = pcVec3f(float(p.x - 100.0), float(p.y + 50.0), float(p.z));
+            chunk.colors[i] = pcVec4f(float(id % 65536) / 65535.f, 0.f, 1.f, 1.f);
+            chunk.columnData<quint16>(DSC_Intensity)[i] = quint16(id % 65521);
+            chunk.columnData<double>(DSC_GpsTime)[i] = double(id);
+        }
+        if (!builder.addPoints(chunk, error)) return false;
+    }
+    return true;
+}
+
+stPtCloud_DataSetHeader builderHeader(quint64 announced)
+{
+    stPtCloud_DataSetHeader h;
+    h.type = DST_Points;
+    h.coloringMode = CM_RGB;
+    h.origin = kOrigin;
+    // UserData is offered by the chunks but not asked for.
+    h.columns = {DSC_Location, DSC_Color, DSC_Intensity, DSC_GpsTime};
+    h.pointCount = announced;
+    return h;
+}
+
+struct PointRecord {
+    quint64 id;
+    float x, y, z;
+    bool operator<(const PointRecord& o) const { return id < o.id; }
+    bool operator==(const PointRecord& o) const { return id == o.id && x == o.x && y == o.y && z == o.z; }
+};
+
+// Share of the occupied cells of a coarse grid over the block that still hold
+// a point after keeping every k-th one; only well-filled cells count.
+double occupiedShare(const stPtCloud_PointArray& a, const pcBoundingBoxf& box, int stride)
+{
+    const int side = 4;
+    const pcVec3f e = box.max - box.min;
+    auto cellOf = [&](const pcVec3f& p) {
+        const int cx = e.x > 0 ? std::min(side - 1, int((p.x - box.min.x) / e.x * side)) : 0;
+        const int cy = e.y > 0 ? std::min(side - 1, int((p.y - box.min.y) / e.y * side)) : 0;
+        return cy * side + cx;
+    };
+    std::vector<int> full(side * side, 0), thinned(side * side, 0);
+    for (int i = 0; i < a.count; ++i) {
+        ++full[size_t(cellOf(a.positions[i]))];
+        if (i % stride == 0) ++thinned[size_t(cellOf(a.positions[i]))];
+    }
+    int filled = 0, kept = 0;
+    for (int c = 0; c < side * side; ++c) {
+        if (full[size_t(c)] < 20 * stride) continue;
+        ++filled;
+        kept += thinned[size_t(c)] > 0;
+    }
+    return filled ? double(kept) / filled : 1.0;
+}
+
+// Checks every invariant of a built file and returns its points by id.
+bool verifyFile(const QString& path, const Scene& scene, int target, std::vector<PointRecord>* out,
+                QString* why)
+{
+    auto fail = [why](const QString& s) {
+        *why = s;
+        return false;
+    };
+    PtCloud_DataSetFile file(path);
+    if (!file.openFile()) return fail(file.lastError());
+    const stPtCloud_DataSetHeader& h = file.getHeader();
+    if (h.pointCount != scene.points) return fail(QStringLiteral("header count %1").arg(h.pointCount));
+    if (h.sort != DSS_Shuffled || h.origin != kOrigin) return fail(QStringLiteral("sort or origin"));
+    if (h.columns != QList<EDataSetColumn>({DSC_Location, DSC_Color, DSC_Intensity, DSC_GpsTime}))
+        return fail(QStringLiteral("columns"));
+    QMap<int, std::tuple<unsigned int, pcBoundingBoxf>> blocks;
+    file.getBlocks(blocks);
+    std::vector<char> seen(size_t(scene.points), 0);
+    out->clear();
+    for (auto it = blocks.cbegin(); it != blocks.cend(); ++it) {
+        const pcBoundingBoxf box = std::get<1>(it.value());
+        const stPtCloud_PointArray* a = file.readBlock(it.key());
+        if (!a) return fail(file.lastError());
+        if (a->count > target || a->count != int(std::get<0>(it.value())))
+            return fail(QStringLiteral("block %1 has %2 points").arg(it.key()).arg(a->count));
+        for (int i = 0; i < a->count; ++i) {
+            const pcVec3f& p = a->positions[i];
+            if (!box.contains(p)) return fail(QStringLiteral("point outside block %1").arg(it.key()));
+            const double gps = a->columnData<double>(DSC_GpsTime)[i];
+            const quint64 id = quint64(gps);
+            if (gps < 0 || id >= scene.points || seen[id]++) return fail(QStringLiteral("id %1 twice or unknown").arg(gps));
+            const pcVec3d want = pointAt(id, scene.identical);
+            // Float precision relative to the origin: about 1e-4 m at 1 km.
+            if (std::fabs(double(p.x) - want.x) > 1e-3 || std::fabs(double(p.y) - want.y) > 1e-3 ||
+                std::fabs(double(p.z) - want.z) > 1e-3)
+                return fail(QStringLiteral("point %1 moved").arg(id));
+            if (a->columnData<quint16>(DSC_Intensity)[i] != quint16(id % 65521) ||
+                std::lround(a->colors[i].x * 65535.f) != long(id % 65536))
+                return fail(QStringLiteral("columns of point %1 do not follow it").arg(id));
+            out->push_back({id, p.x, p.y, p.z});
+        }
+        if (scene.identical || a->count <= 1000) continue;
+        // Thinning by 3 and 10 as the loader does keeps the block's extent and fill.
+        for (int stride : {3, 10}) {
+            pcBoundingBoxf thin;
+            for (int i = 0; i < a->count; i += stride) thin.expandBy(a->positions[i]);
+            const pcVec3f full = box.max - box.min, kept = thin.max - thin.min;
+            if (kept.x < 0.8f * full.x || kept.y < 0.8f * full.y || kept.z < 0.7f * full.z)
+                return fail(QStringLiteral("stride %1 shrinks block %2").arg(stride).arg(it.key()));
+            if (occupiedShare(*a, box, stride) < 0.95)
+                return fail(QStringLiteral("stride %1 leaves holes in block %2").arg(stride).arg(it.key()));
+        }
+    }
+    std::sort(out->begin(), out->end());
+    return true;
+}
+
+struct Run {
+    qint64 budget;
+    bool announce;
+    int bounds;  // 0 given, 1 a quarter of the data, 2 none
+};
+
+bool build(const QString& path, const Scene& scene, int target, const Run& run,
+           ILongLiveActionProgress* progress, QString* error)
+{
+    pcBoundingBoxf bounds;
+    if (run.bounds == 0) bounds = pcBoundingBoxf(0.f, 0.f, -20.f, 1000.f, 600.f, 20.f);
+    if (run.bounds == 1) bounds = pcBoundingBoxf(0.f, 0.f, -20.f, 500.f, 300.f, 20.f);
+    PtCloud_DataSetBuilder::Options options;
+    options.targetBlockPoints = target;
+    options.memoryBudgetBytes = run.budget;
+    PtCloud_DataSetBuilder builder(path, builderHeader(run.announce ? scene.points : 0), bounds, options);
+    return feed(builder, scene, error) && builder.finish(progress, error);
+}
+
+QStringList entriesOf(const QString& dir)
+{
+    return QDir(dir).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+}
+
+}  // namespace
+
+Q_DECLARE_METATYPE(Run)
+
+class TestStorageBuilder : public QObject {
+    Q_OBJECT
+private slots:
+    void init();
+    void invariants_data();
+    void invariants();
+    void sameResultWhateverTheBudget();
+    void sameInputSameFile();
+    void stopLeavesNothing_data();
+    void stopLeavesNothing();
+    void refusals();
+
+private:
+    std::unique_ptr<QTemporaryDir> m_dir;
+};
+
+void TestStorageBuilder::init()
+{
+    m_dir.reset(new QTemporaryDir);
+    QVERIFY(m_dir->isValid());
+}
+
+void TestStorageBuilder::invariants_data()
+{
+    QTest::addColumn<quint64>("points");
+    QTest::addColumn<bool>("identical");
+    QTest::addColumn<int>("target");
+    QTest::addColumn<Run>("run");
+
+    const qint64 large = 256ll << 20, tiny = 1ll << 20;
+    QTest::newRow("in memory") << quint64(60000) << false << 5000 << Run{large, true, 0};
+    QTest::newRow("spilled, count announced") << quint64(200000) << false << 5000 << Run{tiny, true, 0};
+    QTest::newRow("spilled, count unknown") << quint64(200000) << false << 5000 << Run{tiny, false, 0};
+    QTest::newRow("spilled, bounds too small") << quint64(200000) << false << 5000 << Run{tiny, true, 1};
+    QTest::newRow("spilled, no bounds") << quint64(200000) << false << 5000 << Run{tiny, false, 2};
+    QTest::newRow("one block") << quint64(999) << false << 5000 << Run{large, true, 0};
+    QTest::newRow("no points") << quint64(0) << false << 5000 << Run{large, true, 0};
+    QTest::newRow("all at one place, spilled") << quint64(100000) << true << 3000 << Run{tiny, true, 0};
+}
+
+void TestStorageBuilder::invariants()
+{
+    QFETCH(quint64, points);
+    QFETCH(bool, identical);
+    QFETCH(int, target);
+    QFETCH(Run, run);
+    const QString path = m_dir->filePath(QStringLiteral("out.blk"));
+    QList<int> reported;
+    PtCloud_SimpleProgress progress([&reported](int value, const QString&) { reported << value; });
+    QString error;
+    QVERIFY2(build(path, Scene{points, identical}, target, run, &progress, &error), qPrintable(error));
+
+    std::vector<PointRecord> got;
+    QString why;
+    QVERIFY2(verifyFile(path, Scene{points, identical}, target, &got, &why), qPrintable(why));
+    QCOMPARE(quint64(got.size()), points);
+    QVERIFY(!reported.isEmpty());
+    QVERIFY(std::is_sorted(reported.begin(), reported.end()));
+    QCOMPARE(reported.last(), 100);
+    // The spill folder is gone once the file is written.
+    QCOMPARE(entriesOf(m_dir->path()), QStringList{QStringLiteral("out.blk")});
+}
+
+void TestStorageBuilder::sameResultWhateverTheBudget()
+{
+    const Scene scene{150000, false};
+    std::vector<PointRecord> results[2];
+    const qint64 budgets[2] = {1ll << 20, 512ll << 20};
+    for (int i = 0; i < 2; ++i) {
+        const QString path = m_dir->filePath(QStringLiteral("out%1.blk").arg(i));
+        QString error, why;
+        QVERIFY2(build(path, scene, 4000, Run{budgets[i], false, 1}, nullptr, &error), qPrintable(error));
+        QVERIFY2(verifyFile(path, scene, 4000, &results[i], &why), qPrintable(why));
+    }
+    QVERIFY(results[0] == results[1]);
+}
+
+void TestStorageBuilder::sameInputSameFile()
+{
+    const Scene scene{50000, false};
+    QByteArray bytes[2];
+    for (int i = 0; i < 2; ++i) {
+        const QString path = m_dir->filePath(QStringLiteral("same%1.blk").arg(i));
+        QString error;
+        QVERIFY2(build(path, scene, 2000, Run{1ll << 20, true, 0}, nullptr, &error), qPrintable(error));
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::ReadOnly));
+        bytes[i] = f.readAll();
+    }
+    QVERIFY(!bytes[0].isEmpty());
+    QVERIFY(bytes[0] == bytes[1]);
+}
+
+void TestStorageBuilder::stopLeavesNothing_data()
+{
+    QTest::addColumn<qint64>("budget");
+    QTest::addColumn<int>("polls");
+    QTest::newRow("in memory, at once") << (256ll << 20) << 0;
+    QTest::newRow("in memory, part-way") << (256ll << 20) << 5;
+    QTest::newRow("spilled, part-way") << (1ll << 20) << 5;
+}
+
+void TestStorageBuilder::stopLeavesNothing()
+{
+    QFETCH(qint64, budget);
+    QFETCH(int, polls);
+    const QString path = m_dir->filePath(QStringLiteral("out.blk"));
+    PtCloud_SimpleProgress progress;
+    progress.stopAfterPolls(polls);
+    QString error;
+    QVERIFY(!build(path, Scene{100000, false}, 2000, Run{budget, true, 0}, &progress, &error));
+    QCOMPARE(error, QStringLiteral("cancelled"));
+    QVERIFY(progress.progress() < 100);
+    QVERIFY(entriesOf(m_dir->path()).isEmpty());
+}
+
+void TestStorageBuilder::refusals()
+{
+    const QString path = m_dir->filePath(QStringLiteral("out.blk"));
+    PtCloud_DataSetBuilder builder(path, builderHeader(0), pcBoundingBoxf());
+    stPtCloud_PointArray mesh;
+    mesh.resize(3);
+    mesh.triangles = {0, 1, 2};
+    QString error;
+    QVERIFY(!builder.addPoints(mesh, &error));
+    QVERIFY2(error.contains(QLatin1String("triangles")), qPrintable(error));
+    mesh.triangles.clear();
+    mesh.positions.pop_back();
+    QVERIFY(!builder.addPoints(mesh, &error));
+    QVERIFY2(error.contains(QLatin1String("inconsistent")), qPrintable(error));
+    mesh.resize(3);
+    QVERIFY(builder.addPoints(mesh, &error));
+    QCOMPARE(builder.pointCount(), quint64(3));
+    QVERIFY(builder.finish(nullptr, &error));
+    QVERIFY(!builder.addPoints(mesh, &error));
+    QVERIFY(!builder.finish(nullptr, &error));
+    PtCloud_DataSetFile file(path);
+    QVERIFY(file.openFile());
+    QCOMPARE(file.getHeader().pointCount, quint64(3));
+}
+
+QTEST_APPLESS_MAIN(TestStorageBuilder)
+#include "tst_storage_builder.moc"
