@@ -1,0 +1,4 @@
+# Meshing, Poisson-disk thinning and earth volumes.
+ptcloud_add_test(NAME tst_algo_volume
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/tst_algo_volume.cpp ${CMAKE_CURRENT_LIST_DIR}/tst_algo_mesh_progress.h
+  LIBS ptcloud)
