@@ -43,7 +43,8 @@ public:
     double getFillVolume_dtm() const { return m_fillDtm; }
     // Mean height of the ground along the boundary, from the last calculation.
     float getGroundHeightBoundaryAvg() const { return m_boundaryAvg; }
-    int pointCount() const { return m_pointCount; }  // points inside the boundary last time
+    // Points inside the boundary (grid method) or mesh cells inside it (DTM method), last time.
+    int pointCount() const { return m_pointCount; }
     // False when the last calculation of this area failed (too few boundary points, no data).
     bool lastCalcOk() const { return m_ok; }
     QString lastError() const { return m_error; }
