@@ -28,7 +28,9 @@ public:
         QString tempDir;                             // for the spill files; empty: beside the output
     };
 
-    // header: type, colouring mode, origin and columns of the new file;
+    // header: type, colouring mode, origin and columns of the new file; its
+    // pointCount, when not 0, announces how many points will come, which sizes
+    // the spatial buckets (without it they are sized from the first points).
     // bounds: a box (relative to header.origin) that holds the points; points
     // outside it are still kept (they land in the edge buckets).
     PtCloud_DataSetBuilder(const QString& outPath, const stPtCloud_DataSetHeader& header,
