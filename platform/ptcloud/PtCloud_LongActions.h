@@ -4,6 +4,8 @@
 
 #include "ControlParams.h"
 #include "PtCloudEnums.h"
+#include "stPtCloud_DataSetHeader.h"
+#include "stPtCloud_PointArray.h"
 
 namespace ptCloud {
 
@@ -22,6 +24,10 @@ public:
     EEPtCloudActResult doSample(const stControlParam_DataSet_Do& p);  // code 200
 
 private:
+    // Every point of the source in one array; false with a reason.
+    bool loadSource(stPtCloud_PointArray* all, stPtCloud_DataSetHeader* header, QString* why);
+    EEPtCloudActResult doDem(const stControlParam_DataSet_Do& p);
+
     QString m_points;
     ILongLiveActionProgress* m_progress;
 };
