@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <vector>
 
 #include "LasReader.h"
 
@@ -78,7 +79,9 @@ Point pointAt(int i, bool ext, Rgb rgb, int n) {
     return p;
 }
 
-template <class T> void put(QByteArray& b, int at, T v) { std::memcpy(b.data() + at, &v, sizeof(T)); }
+using Bytes = std::vector<char>;
+template <class T> void put(Bytes& b, int at, T v) { std::memcpy(b.data() + at, &v, sizeof(T)); }
+QByteArray toBytes(const Bytes& b) { return QByteArray(b.data(), int(b.size())); }
 
 const int kRecordLength[11] = {20, 28, 26, 34, 57, 63, 30, 36, 38, 59, 67};
 const int kGps[11] = {-1, 20, -1, 20, 20, 20, 22, 22, 22, 22, 22};
@@ -88,7 +91,7 @@ const int kWave[11] = {-1, -1, -1, -1, 28, 34, -1, -1, -1, 30, 38};
 // One record laid out as the LAS 1.4 standard's point format tables say.
 QByteArray record(int format, int extra, const Point& p) {
     const bool ext = format >= 6;
-    QByteArray r(kRecordLength[format] + extra, '\x5A');
+    Bytes r(size_t(kRecordLength[format] + extra), '\x5A');
     for (int a = 0; a < 3; ++a) put<qint32>(r, 4 * a, p.raw[a]);
     put<quint16>(r, 12, p.intensity);
     if (ext) {
@@ -117,18 +120,18 @@ QByteArray record(int format, int extra, const Point& p) {
         put<float>(r, w + 13, p.waveLoc);
         for (int a = 0; a < 3; ++a) put<float>(r, w + 17 + 4 * a, p.xyzt[a]);
     }
-    return r;
+    return toBytes(r);
 }
 
 QByteArray vlr(const char* user, quint16 id, const QByteArray& data, bool extended) {
-    QByteArray v(extended ? 60 : 54, '\0');
+    Bytes v(extended ? 60 : 54, '\0');
     std::strncpy(v.data() + 2, user, 16);
     put<quint16>(v, 18, id);
     if (extended)
         put<quint64>(v, 20, quint64(data.size()));
     else
         put<quint16>(v, 20, quint16(data.size()));
-    return v + data;
+    return toBytes(v) + data;
 }
 
 struct FileSpec {
@@ -142,7 +145,7 @@ QByteArray lasFile(const FileSpec& s) {
     const int headerSize = s.minor <= 2 ? 227 : s.minor == 3 ? 235 : 375;
     QByteArray vlrs;
     for (const QByteArray& v : s.vlrs) vlrs += v;
-    QByteArray h(headerSize, '\0');
+    Bytes h(size_t(headerSize), '\0');
     std::memcpy(h.data(), "LASF", 4);
     put<quint8>(h, 24, 1);
     put<quint8>(h, 25, quint8(s.minor));
@@ -166,7 +169,7 @@ QByteArray lasFile(const FileSpec& s) {
         put<quint32>(h, 243, quint32(s.evlrs.size()));
         put<quint64>(h, 247, quint64(s.count64 >= 0 ? s.count64 : s.count));
     }
-    return h + vlrs + points + evlrs;
+    return toBytes(h) + vlrs + points + evlrs;
 }
 
 QString writeFile(const QTemporaryDir& dir, const QByteArray& data) {
