@@ -16,11 +16,12 @@ if ! command -v clang++ >/dev/null 2>&1 ||
   DEBIAN_FRONTEND=noninteractive apt-get install -y -qq clang libclang-rt-14-dev >/dev/null
 fi
 
+mkdir -p "$BUILD"
 cmake -S "$ROOT" -B "$BUILD" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
   -DCMAKE_CXX_FLAGS=-fsanitize=fuzzer-no-link \
-  -DPTCLOUD_SANITIZE=address -DPTCLOUD_FUZZ=ON >"$BUILD.configure.log" 2>&1 ||
-  { cat "$BUILD.configure.log" >&2; exit 1; }
+  -DPTCLOUD_SANITIZE=address -DPTCLOUD_FUZZ=ON >"$BUILD/configure.log" 2>&1 ||
+  { cat "$BUILD/configure.log" >&2; exit 1; }
 cmake --build "$BUILD" -j"$(nproc)" --target fuzz_las
 
 CORPUS="$BUILD/fuzz-las-corpus"

@@ -83,8 +83,10 @@ bool LasWriter::open(const QString& path, bool withColor, const double scale[3],
 int LasWriter::recordLength() const { return m_withColor ? 36 : 30; }
 
 bool LasWriter::write(const stPtCloud_PointArray& points, QString* error) {
+    // A file missing some points must not be committed later: give it up.
     auto fail = [&](const QString& why) {
         if (error) *error = why;
+        if (m_file.isOpen()) m_file.cancelWriting();
         return false;
     };
     if (!m_file.isOpen()) return fail(QStringLiteral("no LAS file is open for writing"));

@@ -182,6 +182,7 @@ void TstLasWriter::failedWriteKeepsOldFile() {
                  qPrintable(error));
         QVERIFY(!writer.write(points, &error));
         QVERIFY2(error.contains(QLatin1String("does not fit the scale and offset")), qPrintable(error));
+        QVERIFY(!writer.close(&error));
     }
     QVERIFY(old.open(QIODevice::ReadOnly));
     QCOMPARE(old.readAll(), QByteArray("old content"));
