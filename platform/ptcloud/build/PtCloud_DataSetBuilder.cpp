@@ -54,7 +54,9 @@ struct PtCloud_DataSetBuilder::Impl {
         float inv[3] = {0.f, 0.f, 0.f};
         int dims[3] = {1, 1, 1};
 
-        // About `cells` cells of near-cubic shape over the box's non-flat axes.
+        // At least `cells` cells (up to a few times more) of near-cubic shape
+        // over the box's non-flat axes; rounding up guarantees that a box
+        // asked for two cells is cut.
         static Grid over(const pcBoundingBoxf& box, quint64 cells)
         {
             Grid g;
@@ -83,7 +85,7 @@ struct PtCloud_DataSetBuilder::Impl {
             }
             for (int a = 0; a < 3; ++a) {
                 if (!active[a]) continue;
-                g.dims[a] = int(std::max(1.0, std::min(1024.0, std::round(extent[a] / side))));
+                g.dims[a] = int(std::max(1.0, std::min(1024.0, std::ceil(extent[a] / side))));
                 g.inv[a] = float(g.dims[a] / extent[a]);
             }
             return g;

@@ -130,6 +130,7 @@ bool verifyFile(const QString& path, const Scene& scene, int target, std::vector
     file.getBlocks(blocks);
     std::vector<char> seen(size_t(scene.points), 0);
     out->clear();
+    double blockAreas = 0;
     for (auto it = blocks.cbegin(); it != blocks.cend(); ++it) {
         const pcBoundingBoxf box = std::get<1>(it.value());
         const stPtCloud_PointArray* a = file.readBlock(it.key());
@@ -152,6 +153,7 @@ bool verifyFile(const QString& path, const Scene& scene, int target, std::vector
                 return fail(QStringLiteral("columns of point %1 do not follow it").arg(id));
             out->push_back({id, p.x, p.y, p.z});
         }
+        blockAreas += double(box.max.x - box.min.x) * double(box.max.y - box.min.y);
         if (scene.identical || a->count <= 1000) continue;
         // Thinning by 3 and 10 as the loader does keeps the block's extent and fill.
         for (int stride : {3, 10}) {
@@ -164,6 +166,11 @@ bool verifyFile(const QString& path, const Scene& scene, int target, std::vector
                 return fail(QStringLiteral("stride %1 leaves holes in block %2").arg(stride).arg(it.key()));
         }
     }
+    // Blocks are cells of a spatial partition: their boxes do not overlap, so
+    // their areas add up to no more than the whole box's.
+    const pcVec3f extent = h.bounds.max - h.bounds.min;
+    if (!scene.identical && blockAreas > 1.001 * double(extent.x) * double(extent.y))
+        return fail(QStringLiteral("block boxes overlap"));
     std::sort(out->begin(), out->end());
     return true;
 }
