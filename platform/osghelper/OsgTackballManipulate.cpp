@@ -88,9 +88,12 @@ void OsgTackballManipulate::notifyIfCameraChanged()
         m_notifiedOnce = true;
         m_notifiedView = getInverseMatrix();
         // Monitors may add or remove monitors while being told: walk a copy
-        // and skip those removed in the meantime.
+        // and skip those removed in the meantime. When one moves the camera,
+        // the round ends and a new one tells everybody about the new view,
+        // so that nobody hears of the same view twice.
         const std::vector<OsgTackballManipulate_monitor*> round = m_monitors;
         for (OsgTackballManipulate_monitor* monitor : round) {
+            if (getInverseMatrix() != m_notifiedView) break;
             if (std::find(m_monitors.begin(), m_monitors.end(), monitor) != m_monitors.end())
                 monitor->onCameraChanged();
         }
@@ -110,9 +113,10 @@ void OsgTackballManipulate::computeHomePosition(const osg::Camera* camera, bool 
 {
     // The home bound is a sphere; a box would frame the same scene no better.
     const osg::BoundingSphere bound = viewBound();
+    const osg::Vec3d centre = bound.center();
     const double distance = fitDistance(bound, camera);
-    setHomePosition(bound.center() + osg::Vec3d(0.0, -distance, 0.0), bound.center(),
-                    osg::Vec3d(0.0, 0.0, 1.0), getAutoComputeHomePosition());
+    setHomePosition(centre + osg::Vec3d(0.0, -distance, 0.0), centre, osg::Vec3d(0.0, 0.0, 1.0),
+                    getAutoComputeHomePosition());
 }
 
 void OsgTackballManipulate::followTrackNode()
