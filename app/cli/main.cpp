@@ -1,0 +1,21 @@
+// ptcloud: the data model from the command line, for batch work, scripts and
+// benchmarks. Each group of subcommands lives in its own class.
+#include <QCoreApplication>
+
+#include "CliCommandTable.h"
+#include "CliDataSetCommands.h"
+#include "CliGenerateCommands.h"
+#include "CliImportCommand.h"
+#include "CliProjectCommands.h"
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("ptcloud"));
+    CliCommandTable table;
+    table.add(CliProjectCommands::commands());
+    table.add(CliDataSetCommands::commands());
+    table.add(CliImportCommand::commands());
+    table.add(CliGenerateCommands::commands());
+    return table.dispatch(QCoreApplication::arguments().mid(1));
+}
