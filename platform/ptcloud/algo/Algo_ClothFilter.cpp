@@ -24,6 +24,9 @@ namespace {
 constexpr float kGravity = 0.02f;
 // Share of a particle's velocity lost each step, so held particles settle.
 constexpr float kDamping = 0.01f;
+// Slope post-processing leaves alone a particle hanging more than a storey
+// above its surface: the cloth there spans an object, not a slope.
+constexpr float kSlopeMaxGap = 3.f;
 // Blank rows and columns of particles around the cloud so that its border
 // points lie inside the cloth.
 constexpr int kMargin = 1;
@@ -249,7 +252,12 @@ float step(Cloth& cloth, float fallPerStep, float share)
 Algo_ClothFilter::Params Algo_ClothFilter::Params::forSpacing(double meanSpacing)
 {
     Params p;
-    p.clothResolution = std::clamp(meanSpacing, 0.5, 5.0);
+    p.rigidness = 2;
+    p.clothResolution = std::clamp(meanSpacing / 2, 0.5, 5.0);
+    // The sag between particles grows with gravity times the time step
+    // squared; scaling the step with the resolution keeps the cloth's bend
+    // per metre that of the usual 0.5 m cloth.
+    p.timeStep = 0.65 * p.clothResolution / 0.5;
     return p;
 }
 
@@ -322,6 +330,7 @@ bool Algo_ClothFilter::run(const std::vector<pcVec3f>& points, const Params& par
             queue.pop_front();
             cloth.forEachNeighbour(i, [&](size_t j) {
                 if (cloth.fixed[j] || std::fabs(cloth.surface[j] - cloth.surface[i]) >= limit) return;
+                if (cloth.height[j] - cloth.surface[j] > kSlopeMaxGap) return;
                 cloth.height[j] = cloth.surface[j];
                 cloth.fixed[j] = 1;
                 queue.push_back(j);

@@ -49,8 +49,9 @@ public:
         double slopeHeightDifference = 0.3;
 
         // Defaults for a cloud whose mean plan spacing between points is
-        // meanSpacing metres (see Algo_DemGrid::meanSpacing): the cloth is as
-        // fine as the points, within 0.5 to 5 m.
+        // meanSpacing metres (see Algo_DemGrid::meanSpacing), for unattended
+        // use: about four points to a particle (0.5 to 5 m), the time step
+        // scaled with it, a middle rigidness of 2 and slope smoothing on.
         static Params forSpacing(double meanSpacing);
     };
 

@@ -306,7 +306,10 @@ void TstAlgoGround::clothDeterministic()
 void TstAlgoGround::clothSpacingDefaults()
 {
     QCOMPARE(Algo_ClothFilter::Params::forSpacing(0.05).clothResolution, 0.5);
-    QCOMPARE(Algo_ClothFilter::Params::forSpacing(1.5).clothResolution, 1.5);
+    QCOMPARE(Algo_ClothFilter::Params::forSpacing(0.05).timeStep, 0.65);
+    const Algo_ClothFilter::Params sparse = Algo_ClothFilter::Params::forSpacing(3.0);
+    QCOMPARE(sparse.clothResolution, 1.5);
+    QCOMPARE(sparse.timeStep, 0.65 * 3);
     QCOMPARE(Algo_ClothFilter::Params::forSpacing(40.0).clothResolution, 5.0);
 }
 
