@@ -38,16 +38,19 @@ QPointF Geometry::lineEnd_byStartAngleLength(double angle, const QPointF& start,
 bool Geometry::isPointInPolyRect(double x1, double y1, double x2, double y2, double x3, double y3,
                                  double x4, double y4, double px, double py)
 {
-    const double xs[4] = {x1, x2, x3, x4};
-    const double ys[4] = {y1, y2, y3, y4};
-    bool anyPositive = false, anyNegative = false;
-    // Relative tolerance so that points on an edge count as inside despite rounding.
-    double scale = 0.0;
+    // Survey coordinates are large: work relative to the first corner so the
+    // cross products keep their precision.
+    const double xs[4] = {0.0, x2 - x1, x3 - x1, x4 - x1};
+    const double ys[4] = {0.0, y2 - y1, y3 - y1, y4 - y1};
+    const double qx = px - x1, qy = py - y1;
+    double scale = std::fabs(qx) + std::fabs(qy);
     for (int i = 0; i < 4; ++i) scale = std::fmax(scale, std::fabs(xs[i]) + std::fabs(ys[i]));
-    const double eps = 1e-12 * (scale * scale + 1.0);
+    // Points on an edge count as inside despite rounding.
+    const double eps = 1e-12 * scale * scale;
+    bool anyPositive = false, anyNegative = false;
     for (int i = 0; i < 4; ++i) {
         const int j = (i + 1) % 4;
-        const double cross = (xs[j] - xs[i]) * (py - ys[i]) - (ys[j] - ys[i]) * (px - xs[i]);
+        const double cross = (xs[j] - xs[i]) * (qy - ys[i]) - (ys[j] - ys[i]) * (qx - xs[i]);
         if (cross > eps) anyPositive = true;
         if (cross < -eps) anyNegative = true;
         if (anyPositive && anyNegative) return false;
