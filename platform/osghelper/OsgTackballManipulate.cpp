@@ -28,7 +28,12 @@ double fitDistance(const osg::BoundingSphere& bound, const osg::Camera* camera)
 
 }  // namespace
 
-OsgTackballManipulate::OsgTackballManipulate() = default;
+OsgTackballManipulate::OsgTackballManipulate()
+{
+    // The wheel turned away from the user moves the camera closer, as in
+    // most 3D programs; OSG's own default goes the other way.
+    setWheelZoomFactor(-getWheelZoomFactor());
+}
 
 OsgTackballManipulate::~OsgTackballManipulate() = default;
 

@@ -13,7 +13,8 @@ namespace osgHelper {
 class OsgTackballManipulate_monitor;
 
 // The view's trackball (left drag rotates, middle drag pans, right drag and
-// the wheel zoom, space goes home) with three additions:
+// the wheel zoom, the wheel forward zooming in, space goes home) with three
+// additions:
 // - monitors, told once for every change of the view matrix, whether it came
 //   from an event, a throw, or a programmatic change checked with
 //   notifyIfCameraChanged();

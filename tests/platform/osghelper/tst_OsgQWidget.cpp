@@ -1,3 +1,4 @@
+#include "EventRecorder.h"
 #include "OsgQWidget.h"
 #include "OsgTackballManipulate.h"
 #include "RecordingMonitor.h"
@@ -9,11 +10,13 @@
 #include <osg/Point>
 #include <osg/Program>
 
+#include <cmath>
 #include <memory>
 
 using osgHelper::OsgQWidget;
 
 Q_DECLARE_METATYPE(osg::Vec3)
+Q_DECLARE_METATYPE(Qt::MouseButton)
 
 namespace {
 
@@ -31,6 +34,8 @@ const char* const kPointFragmentSource =
 constexpr int kWidth = 320;
 constexpr int kHeight = 240;
 constexpr int kFrameTimeoutMs = 5000;
+// Long enough for a frame that was asked for to be drawn.
+constexpr int kSettleMs = 150;
 
 // Distinct on the screen both from the home direction (x, z) and from the
 // top (x, y).
@@ -44,6 +49,69 @@ const ColouredPoint kPoints[] = {
     {osg::Vec3(-6, -5, -6), Qt::magenta},
 };
 
+// Where the view's camera puts a point, in the pixels of an image of the
+// framebuffer (rows counted from the top).
+QPoint pixelOf(OsgQWidget* view, const osg::Vec3& position, int imageHeight)
+{
+    const osg::Camera* camera = view->getViewer()->getCamera();
+    const osg::Matrixd toWindow =
+        camera->getViewMatrix() * camera->getProjectionMatrix() * camera->getViewport()->computeWindowMatrix();
+    const osg::Vec3d window = osg::Vec3d(position) * toWindow;
+    return QPoint(int(std::floor(window.x())), imageHeight - 1 - int(std::floor(window.y())));
+}
+
+bool sameColour(const QColor& a, const QColor& b)
+{
+    return std::abs(a.red() - b.red()) <= 2 && std::abs(a.green() - b.green()) <= 2 &&
+           std::abs(a.blue() - b.blue()) <= 2;
+}
+
+osg::ref_ptr<osg::Geode> makePoints(double pixelScale)
+{
+    osg::ref_ptr<osg::Vec3Array> vertices = new osg::Vec3Array;
+    osg::ref_ptr<osg::Vec4Array> colours = new osg::Vec4Array;
+    for (const ColouredPoint& p : kPoints) {
+        vertices->push_back(p.position);
+        colours->push_back(osg::Vec4(p.colour.redF(), p.colour.greenF(), p.colour.blueF(), 1.0f));
+    }
+    // No normals: the program declares them but must draw without.
+    osg::ref_ptr<osg::Geometry> geometry = new osg::Geometry;
+    geometry->setVertexArray(vertices);
+    geometry->setColorArray(colours, osg::Array::BIND_PER_VERTEX);
+    geometry->addPrimitiveSet(new osg::DrawArrays(GL_POINTS, 0, GLsizei(vertices->size())));
+    geometry->getOrCreateStateSet()->setAttributeAndModes(new osg::Point(float(16.0 * pixelScale)));
+    osg::ref_ptr<osg::Geode> geode = new osg::Geode;
+    geode->addDrawable(geometry);
+    return geode;
+}
+
+void installPointProgram(osg::Group* root)
+{
+    osg::ref_ptr<osg::Program> program = new osg::Program;
+    program->addShader(new osg::Shader(osg::Shader::VERTEX, kPointVertexSource));
+    program->addShader(new osg::Shader(osg::Shader::FRAGMENT, kPointFragmentSource));
+    root->getOrCreateStateSet()->setAttributeAndModes(program, osg::StateAttribute::ON);
+}
+
+osg::Vec3d lookDirection(const osg::Camera* camera, osg::Vec3d* up)
+{
+    osg::Vec3d eye, centre;
+    camera->getViewMatrixAsLookAt(eye, centre, *up);
+    osg::Vec3d look = centre - eye;
+    look.normalize();
+    up->normalize();
+    return look;
+}
+
+bool near(const osg::Vec3d& a, const osg::Vec3d& b) { return (a - b).length() < 1e-6; }
+
+void sendMouse(QWidget* widget, QEvent::Type type, const QPoint& at, Qt::MouseButton button)
+{
+    const Qt::MouseButtons held = type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::MouseButtons(button);
+    QMouseEvent event(type, at, type == QEvent::MouseMove ? Qt::NoButton : button, held, Qt::NoModifier);
+    QApplication::sendEvent(widget, &event);
+}
+
 }  // namespace
 
 class TestOsgQWidget : public QObject {
@@ -52,8 +120,20 @@ class TestOsgQWidget : public QObject {
 private slots:
     void pointsDrawnWithTheirColours_data();
     void pointsDrawnWithTheirColours();
+    void pixelScaleIsTheDeviceRatio();
+    void mousePositionsInDevicePixels();
+    void dragMovesCameraOncePerChange_data();
+    void dragMovesCameraOncePerChange();
+    void throwKeepsDrawingUntilClicked();
+    void drawsOnlyOnDemand();
+    void wheelForwardZoomsIn();
+    void spaceGoesHome();
+    void topViewLooksDown();
+    void textAndCoordinationItems();
 
 private:
+    // A view of kWidth x kHeight showing the coloured points through the
+    // point program, with one frame drawn.
     std::unique_ptr<OsgQWidget> makeShownView();
     bool drawFrame(OsgQWidget* view);
 };
@@ -61,9 +141,14 @@ private:
 std::unique_ptr<OsgQWidget> TestOsgQWidget::makeShownView()
 {
     auto view = std::make_unique<OsgQWidget>(nullptr, false);
+    view->getViewer()->getCamera()->setClearColor(osg::Vec4(0, 0, 0, 1));
+    installPointProgram(view->getRoot());
+    view->getRoot()->addChild(makePoints(view->getPixelScale()));
     view->resize(kWidth, kHeight);
     view->show();
-    if (!QTest::qWaitForWindowExposed(view.get()) || !drawFrame(view.get())) return nullptr;
+    if (!QTest::qWaitForWindowExposed(view.get())) return nullptr;
+    view->viewHome();
+    if (!drawFrame(view.get())) return nullptr;
     return view;
 }
 
@@ -76,19 +161,237 @@ bool TestOsgQWidget::drawFrame(OsgQWidget* view)
 
 void TestOsgQWidget::pointsDrawnWithTheirColours_data()
 {
+    QTest::addColumn<bool>("fromTop");
     QTest::addColumn<osg::Vec3>("position");
     QTest::addColumn<QColor>("colour");
-    for (const ColouredPoint& p : kPoints) QTest::newRow(qPrintable(p.colour.name())) << p.position << p.colour;
+    for (bool fromTop : {false, true}) {
+        for (const ColouredPoint& p : kPoints) {
+            QTest::addRow("%s, %s", fromTop ? "top" : "home", qPrintable(p.colour.name()))
+                << fromTop << p.position << p.colour;
+        }
+    }
 }
 
 void TestOsgQWidget::pointsDrawnWithTheirColours()
 {
+    QFETCH(bool, fromTop);
     QFETCH(osg::Vec3, position);
     QFETCH(QColor, colour);
     std::unique_ptr<OsgQWidget> view = makeShownView();
     QVERIFY(view);
-    Q_UNUSED(position);
-    Q_UNUSED(colour);
+    if (fromTop) view->EnterTopViewManipulate();
+    QVERIFY(drawFrame(view.get()));
+
+    const QImage image = view->grabFramebuffer();
+    const QPoint pixel = pixelOf(view.get(), position, image.height());
+    QVERIFY2(image.rect().contains(pixel), "the point is outside the view");
+    QVERIFY2(sameColour(image.pixelColor(pixel), colour),
+             qPrintable(QStringLiteral("%1 at (%2, %3)").arg(image.pixelColor(pixel).name()).arg(pixel.x()).arg(pixel.y())));
+    // The corner shows the background.
+    QVERIFY(sameColour(image.pixelColor(2, 2), Qt::black));
+}
+
+void TestOsgQWidget::pixelScaleIsTheDeviceRatio()
+{
+    std::unique_ptr<OsgQWidget> view = makeShownView();
+    QVERIFY(view);
+    const double scale = view->getPixelScale();
+    QCOMPARE(scale, view->devicePixelRatioF());
+#ifdef PTCLOUD_TEST_SCALE_FACTOR
+    QCOMPARE(scale, double(PTCLOUD_TEST_SCALE_FACTOR));
+#endif
+    const osg::Viewport* viewport = view->getViewer()->getCamera()->getViewport();
+    QCOMPARE(int(viewport->width()), qRound(view->width() * scale));
+    QCOMPARE(int(viewport->height()), qRound(view->height() * scale));
+    QCOMPARE(view->grabFramebuffer().size(), QSize(int(viewport->width()), int(viewport->height())));
+}
+
+void TestOsgQWidget::mousePositionsInDevicePixels()
+{
+    std::unique_ptr<OsgQWidget> view = makeShownView();
+    QVERIFY(view);
+    osg::ref_ptr<EventRecorder> recorder = new EventRecorder;
+    view->getViewer()->addEventHandler(recorder);
+    const QPoint quarter(kWidth / 4, kHeight / 4);
+    QTest::mousePress(view->windowHandle(), Qt::MiddleButton, Qt::NoModifier, quarter);
+    QVERIFY(drawFrame(view.get()));
+    QTest::mouseRelease(view->windowHandle(), Qt::MiddleButton, Qt::NoModifier, quarter);
+    QVERIFY(drawFrame(view.get()));
+
+    QCOMPARE(int(recorder->presses.size()), 1);
+    const EventRecorder::Press& press = recorder->presses.front();
+    const double scale = view->getPixelScale();
+    // Handlers see device pixels with y counted up from the bottom row.
+    QCOMPARE(double(press.x), quarter.x() * scale);
+    QCOMPARE(double(press.y), qRound(kHeight * scale) - 1 - quarter.y() * scale);
+    // A quarter from the left and from the top: half way to the left and
+    // top edges in OSG's normalised frame.
+    QVERIFY(std::fabs(press.xNormalised + 0.5f) < 0.01f);
+    QVERIFY(std::fabs(press.yNormalised - 0.5f) < 0.01f);
+    QCOMPARE(press.button, int(osgGA::GUIEventAdapter::MIDDLE_MOUSE_BUTTON));
+}
+
+void TestOsgQWidget::dragMovesCameraOncePerChange_data()
+{
+    QTest::addColumn<Qt::MouseButton>("button");
+    QTest::newRow("left: rotate") << Qt::LeftButton;
+    QTest::newRow("middle: pan") << Qt::MiddleButton;
+    QTest::newRow("right: zoom") << Qt::RightButton;
+}
+
+void TestOsgQWidget::dragMovesCameraOncePerChange()
+{
+    QFETCH(Qt::MouseButton, button);
+    std::unique_ptr<OsgQWidget> view = makeShownView();
+    QVERIFY(view);
+    osgHelper::OsgTackballManipulate* manipulator = view->getManipulate();
+    RecordingMonitor first(manipulator), second(manipulator), removed(manipulator);
+    manipulator->addMonitor(&first);
+    manipulator->addMonitor(&removed);
+    manipulator->addMonitor(&second);
+    manipulator->removeMonitor(&removed);
+    const osg::Matrixd start = manipulator->getInverseMatrix();
+
+    QWindow* window = view->windowHandle();
+    QPoint at(kWidth / 2, kHeight / 2);
+    QTest::mousePress(window, button, Qt::NoModifier, at);
+    QVERIFY(drawFrame(view.get()));
+    const int moves = 4;
+    for (int i = 0; i < moves; ++i) {
+        at += QPoint(15, 10);
+        QTest::mouseMove(window, at);
+        QVERIFY(drawFrame(view.get()));
+    }
+    // A pause before the release, so that the camera is not thrown.
+    QTest::qWait(kSettleMs);
+    QTest::mouseRelease(window, button, Qt::NoModifier, at);
+    QVERIFY(drawFrame(view.get()));
+    QTest::qWait(kSettleMs);
+
+    QCOMPARE(int(first.views.size()), moves);
+    QCOMPARE(int(second.views.size()), moves);
+    QCOMPARE(int(removed.views.size()), 0);
+    QVERIFY(first.views.front() != start);
+    for (int i = 1; i < moves; ++i) QVERIFY(first.views[i] != first.views[i - 1]);
+    QCOMPARE(first.views.back(), manipulator->getInverseMatrix());
+    // The frame on the screen shows the final camera.
+    QCOMPARE(view->getViewer()->getCamera()->getViewMatrix(), manipulator->getInverseMatrix());
+    manipulator->removeMonitor(&first);
+    manipulator->removeMonitor(&second);
+}
+
+void TestOsgQWidget::throwKeepsDrawingUntilClicked()
+{
+    std::unique_ptr<OsgQWidget> view = makeShownView();
+    QVERIFY(view);
+    RecordingMonitor monitor(view->getManipulate());
+    view->getManipulate()->addMonitor(&monitor);
+
+    // A quick flick: the events reach the view together, without a frame
+    // between them, and the button comes up while the mouse still moves.
+    QPoint at(kWidth / 3, kHeight / 2);
+    sendMouse(view.get(), QEvent::MouseButtonPress, at, Qt::LeftButton);
+    for (int i = 0; i < 3; ++i) {
+        QThread::msleep(5);
+        at += QPoint(12, 2);
+        sendMouse(view.get(), QEvent::MouseMove, at, Qt::LeftButton);
+    }
+    sendMouse(view.get(), QEvent::MouseButtonRelease, at, Qt::LeftButton);
+
+    QSignalSpy frames(view.get(), &QOpenGLWidget::frameSwapped);
+    QTest::qWait(500);
+    QVERIFY2(frames.count() >= 3, qPrintable(QString::number(frames.count())));
+    const size_t changes = monitor.views.size();
+    QVERIFY(changes >= size_t(frames.count()));
+
+    // A click catches the camera; then the view rests.
+    sendMouse(view.get(), QEvent::MouseButtonPress, at, Qt::LeftButton);
+    sendMouse(view.get(), QEvent::MouseButtonRelease, at, Qt::LeftButton);
+    QVERIFY(drawFrame(view.get()));
+    QTest::qWait(kSettleMs);
+    frames.clear();
+    const size_t caught = monitor.views.size();
+    QTest::qWait(300);
+    QCOMPARE(frames.count(), 0);
+    QCOMPARE(monitor.views.size(), caught);
+    view->getManipulate()->removeMonitor(&monitor);
+}
+
+void TestOsgQWidget::drawsOnlyOnDemand()
+{
+    std::unique_ptr<OsgQWidget> view = makeShownView();
+    QVERIFY(view);
+    QTest::qWait(kSettleMs);
+    QSignalSpy frames(view.get(), &QOpenGLWidget::frameSwapped);
+    QTest::qWait(300);
+    QCOMPARE(frames.count(), 0);
+
+    view->requestRedraw();
+    QVERIFY(frames.wait(kFrameTimeoutMs));
+    QTest::qWait(kSettleMs);
+    QCOMPARE(frames.count(), 1);
+}
+
+void TestOsgQWidget::wheelForwardZoomsIn()
+{
+    std::unique_ptr<OsgQWidget> view = makeShownView();
+    QVERIFY(view);
+    const double before = view->getManipulate()->getDistance();
+    const QPoint at(kWidth / 2, kHeight / 2);
+    QWheelEvent wheel(at, view->mapToGlobal(at), QPoint(), QPoint(0, 120), Qt::NoButton, Qt::NoModifier,
+                      Qt::NoScrollPhase, false);
+    QApplication::sendEvent(view.get(), &wheel);
+    QVERIFY(drawFrame(view.get()));
+    QVERIFY2(view->getManipulate()->getDistance() < before,
+             qPrintable(QStringLiteral("%1 -> %2").arg(before).arg(view->getManipulate()->getDistance())));
+}
+
+void TestOsgQWidget::spaceGoesHome()
+{
+    std::unique_ptr<OsgQWidget> view = makeShownView();
+    QVERIFY(view);
+    const osg::Matrixd home = view->getManipulate()->getInverseMatrix();
+    view->EnterTopViewManipulate();
+    QVERIFY(drawFrame(view.get()));
+    QVERIFY(view->getManipulate()->getInverseMatrix() != home);
+    QTest::keyClick(view.get(), Qt::Key_Space);
+    QVERIFY(drawFrame(view.get()));
+    QCOMPARE(view->getManipulate()->getInverseMatrix(), home);
+}
+
+void TestOsgQWidget::topViewLooksDown()
+{
+    std::unique_ptr<OsgQWidget> view = makeShownView();
+    QVERIFY(view);
+    view->EnterTopViewManipulate();
+    QVERIFY(drawFrame(view.get()));
+    osg::Vec3d up;
+    const osg::Vec3d look = lookDirection(view->getViewer()->getCamera(), &up);
+    QVERIFY(near(look, osg::Vec3d(0, 0, -1)));
+    QVERIFY(near(up, osg::Vec3d(0, 1, 0)));
+}
+
+void TestOsgQWidget::textAndCoordinationItems()
+{
+    OsgQWidget view(nullptr, false);
+    osg::Group* root = view.getRoot();
+    const unsigned int own = root->getNumChildren();
+    osg::ref_ptr<osg::Node> scene = new osg::Node, label = new osg::Node, axis = new osg::Node;
+    root->addChild(scene);
+    view.addTextItem(label);
+    view.addCoordinationItem(axis);
+    // Both under the root, each in a group of its own.
+    QCOMPARE(label->getParent(0)->getParent(0), root);
+    QCOMPARE(axis->getParent(0)->getParent(0), root);
+    QVERIFY(label->getParent(0) != axis->getParent(0));
+
+    view.clearTextItem();
+    QCOMPARE(label->getNumParents(), 0u);
+    QCOMPARE(axis->getNumParents(), 1u);
+    view.clearCoordinationItem();
+    QCOMPARE(axis->getNumParents(), 0u);
+    QVERIFY(root->containsNode(scene));
+    QCOMPARE(root->getNumChildren(), own + 1);
 }
 
 int main(int argc, char* argv[])
