@@ -102,11 +102,13 @@ OsgQWidget::OsgQWidget(QWidget* parent, bool showAxisIndicator)
 
 OsgQWidget::~OsgQWidget()
 {
-    // The viewer deletes its GL objects as it goes: give it the context.
+    // The viewer and its window delete their GL objects as they go: give
+    // them the context while the last references to them are dropped.
     makeCurrent();
     m_axisIndicator = nullptr;
     m_scene = nullptr;
     m_viewer = nullptr;
+    m_window = nullptr;
     doneCurrent();
 }
 
