@@ -57,6 +57,10 @@ double smoothstep(double t)
 
 double padHeight() { return rawTerrain(kPadX, kPadY); }
 
+// std::hypot guards against overflow the site's distances never reach, at
+// several times the cost, on the hot path of every point.
+double distance(double dx, double dy) { return std::sqrt(dx * dx + dy * dy); }
+
 }  // namespace
 
 struct PtCloud_DemoScene::Sample {
@@ -150,12 +154,12 @@ double PtCloud_DemoScene::baseHeight(double x, double y)
 {
     const double lx = x - kX0, ly = y - kY0;
     double z = rawTerrain(lx, ly);
-    const double padR = std::hypot(lx - kPadX, ly - kPadY);
+    const double padR = distance(lx - kPadX, ly - kPadY);
     if (padR < kPadRadius + kPadBlend) {
         const double flat = padHeight();
         z = flat + (z - flat) * smoothstep((padR - kPadRadius) / kPadBlend);
     }
-    const double pitR = std::hypot(lx - kPitX, ly - kPitY);
+    const double pitR = distance(lx - kPitX, ly - kPitY);
     if (pitR < kPitRadius) {
         const double q = 1.0 - (pitR / kPitRadius) * (pitR / kPitRadius);
         z -= kPitDepth * q * q;
@@ -165,7 +169,7 @@ double PtCloud_DemoScene::baseHeight(double x, double y)
 
 double PtCloud_DemoScene::groundHeight(double x, double y)
 {
-    const double r = std::hypot(x - kX0 - kPadX, y - kY0 - kPadY);
+    const double r = distance(x - kX0 - kPadX, y - kY0 - kPadY);
     const double pile = r < kPileRadius ? kPileHeight * (1.0 - r / kPileRadius) : 0.0;
     return baseHeight(x, y) + pile;
 }
@@ -199,7 +203,7 @@ void PtCloud_DemoScene::buildLayout()
     m_trees.clear();
     auto farFromTrees = [this](double x, double y, double spacing) {
         for (const Tree& t : m_trees)
-            if (std::hypot(t.x - x, t.y - y) < spacing) return false;
+            if (distance(t.x - x, t.y - y) < spacing) return false;
         return true;
     };
     for (int attempt = 0; attempt < 4000 && m_trees.size() < 60; ++attempt) {
@@ -271,8 +275,8 @@ void PtCloud_DemoScene::sampleGround(Sample& s)
     } while (insideFootprint(s.x, s.y));  // roofs hide the ground from the air
     s.z = groundHeight(s.x, s.y) + m_rng.uniform(-0.015, 0.015);
     const float shade = float(m_rng.uniform(-0.05, 0.05));
-    const double pileR = std::hypot(s.x - kX0 - kPadX, s.y - kY0 - kPadY);
-    const double pitR = std::hypot(s.x - kX0 - kPitX, s.y - kY0 - kPitY);
+    const double pileR = distance(s.x - kX0 - kPadX, s.y - kY0 - kPadY);
+    const double pitR = distance(s.x - kX0 - kPitX, s.y - kY0 - kPitY);
     if (pileR < kPileRadius)
         s.rgb = pcVec3f(0.80f + shade, 0.70f + shade, 0.45f + shade);  // sand
     else if (pileR < kPadRadius)
@@ -420,6 +424,7 @@ bool PtCloud_DemoScene::writeLas(const QString& path, ILongLiveActionProgress* p
             progress->setProgress(int(m_emitted * 100 / std::max<quint64>(1, m_total)));
         }
     }
+    if (progress) progress->setProgressText(QStringLiteral("saving"));  // the final flush can take a while
     return writer.close(error);
 }
 
