@@ -5,3 +5,6 @@ ptcloud_add_test(NAME tst_algo_volume
 ptcloud_add_test(NAME tst_algo_sample
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/tst_algo_sample.cpp ${CMAKE_CURRENT_LIST_DIR}/tst_algo_mesh_progress.h
   LIBS ptcloud)
+ptcloud_add_test(NAME tst_algo_mesh
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/tst_algo_mesh.cpp ${CMAKE_CURRENT_LIST_DIR}/tst_algo_mesh_progress.h
+  LIBS ptcloud)

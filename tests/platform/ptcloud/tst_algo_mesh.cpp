@@ -1,0 +1,312 @@
+// Meshing generated surfaces with known geometry: a sampled sphere (closed,
+// radius R, area 4 pi R^2) and a sampled plane (flat, facing up); alpha
+// below the spacing; Poisson's density trimming; the edges and stops.
+
+#include <QtTest>
+#include <cmath>
+#include <map>
+#include <random>
+
+#include "Algo_Mesh.h"
+#include "tst_algo_mesh_progress.h"
+
+using ptCloud::Algo_Mesh;
+using ptCloud::pcVec3f;
+
+namespace {
+
+constexpr float kRadius = 2.f;
+constexpr float kPlaneSpacing = 0.1f;
+constexpr int kPlaneSide = 40;
+
+// Evenly spread points on a sphere about the origin (a Fibonacci spiral).
+std::vector<pcVec3f> sphere(int count) {
+    std::vector<pcVec3f> points;
+    const double golden = M_PI * (3.0 - std::sqrt(5.0));
+    for (int k = 0; k < count; ++k) {
+        const double z = 1.0 - 2.0 * (k + 0.5) / count, r = std::sqrt(1.0 - z * z);
+        points.emplace_back(float(kRadius * r * std::cos(golden * k)), float(kRadius * r * std::sin(golden * k)),
+                            float(kRadius * z));
+    }
+    return points;
+}
+
+// A square grid on z = 0 with a millimetre of height noise, as a scan has.
+std::vector<pcVec3f> plane() {
+    std::mt19937 rng(9);
+    std::uniform_real_distribution<float> noise(-0.001f, 0.001f);
+    std::vector<pcVec3f> points;
+    for (int j = 0; j < kPlaneSide; ++j)
+        for (int i = 0; i < kPlaneSide; ++i) points.emplace_back(i * kPlaneSpacing, j * kPlaneSpacing, noise(rng));
+    return points;
+}
+
+Algo_Mesh::Params params(Algo_Mesh::Method method, bool fastNormal) {
+    Algo_Mesh::Params p;
+    p.method = method;
+    p.fastNormal = fastNormal;
+    p.width = 0.0;
+    return p;
+}
+
+struct Mesh {
+    std::vector<pcVec3f> vertices, normals;
+    std::vector<unsigned int> triangles;
+
+    size_t triangleCount() const { return triangles.size() / 3; }
+    pcVec3f corner(size_t t, int c) const { return vertices[triangles[3 * t + size_t(c)]]; }
+    static pcVec3f cross(const pcVec3f& a, const pcVec3f& b) {
+        return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
+    }
+    // Twice the area, along the winding's normal.
+    pcVec3f areaVector(size_t t) const {
+        return cross(corner(t, 1) - corner(t, 0), corner(t, 2) - corner(t, 0));
+    }
+    double area() const {
+        double sum = 0.0;
+        for (size_t t = 0; t < triangleCount(); ++t) sum += 0.5 * areaVector(t).length();
+        return sum;
+    }
+    // Edges used by exactly one triangle: none on a closed surface.
+    size_t boundaryEdges() const {
+        std::map<std::pair<unsigned, unsigned>, int> uses;
+        for (size_t t = 0; t < triangleCount(); ++t)
+            for (int c = 0; c < 3; ++c) {
+                const unsigned a = triangles[3 * t + size_t(c)], b = triangles[3 * t + size_t((c + 1) % 3)];
+                ++uses[{std::min(a, b), std::max(a, b)}];
+            }
+        return size_t(std::count_if(uses.begin(), uses.end(), [](const auto& e) { return e.second == 1; }));
+    }
+};
+
+bool build(const std::vector<pcVec3f>& points, const Algo_Mesh::Params& p, Mesh& mesh, QString* error,
+           AlgoTestProgress* progress = nullptr) {
+    return Algo_Mesh::run(points, p, mesh.vertices, mesh.triangles, &mesh.normals, progress, error);
+}
+
+float dot(const pcVec3f& a, const pcVec3f& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
+
+}  // namespace
+
+class TstAlgoMesh : public QObject {
+    Q_OBJECT
+private slots:
+    void sphereBecomesAClosedSurface_data();
+    void sphereBecomesAClosedSurface();
+    void planeBecomesAFlatUpwardMesh_data();
+    void planeBecomesAFlatUpwardMesh();
+    void alphaBelowTheSpacingMakesNoTriangles();
+    void densityDivideKeepsTheDensestShare();
+    void isDeterministic_data();
+    void isDeterministic();
+    void rejectsBadInput_data();
+    void rejectsBadInput();
+    void stopLeavesTheOutputUntouched_data();
+    void stopLeavesTheOutputUntouched();
+};
+
+void TstAlgoMesh::sphereBecomesAClosedSurface_data() {
+    QTest::addColumn<int>("method");
+    QTest::addColumn<double>("size");  // alpha, ball radius or Poisson depth
+    QTest::addColumn<float>("radialTolerance");
+    QTest::addColumn<double>("areaTolerance");
+    // Alpha beyond the radius keeps every tetrahedron: the hull, a closed sphere.
+    QTest::newRow("alpha shape") << int(Algo_Mesh::Method::AlphaShape) << 3.0 << 1e-6f << 0.01;
+    QTest::newRow("ball pivoting") << int(Algo_Mesh::Method::BallPivoting) << 0.12 << 1e-6f << 0.02;
+    QTest::newRow("poisson") << int(Algo_Mesh::Method::Poisson) << 6.0 << 0.02f * kRadius << 0.03;
+}
+
+void TstAlgoMesh::sphereBecomesAClosedSurface() {
+    QFETCH(int, method);
+    QFETCH(double, size);
+    QFETCH(float, radialTolerance);
+    QFETCH(double, areaTolerance);
+    Algo_Mesh::Params p = params(Algo_Mesh::Method(method), false);
+    p.alpha = size;
+    p.ballRadius = size;
+    p.depth = unsigned(size);
+    Mesh mesh;
+    QString error;
+    AlgoTestProgress progress;
+    QVERIFY2(build(sphere(4000), p, mesh, &error, &progress), qPrintable(error));
+    QVERIFY(progress.wellFormed());
+    QCOMPARE(progress.progress(), 100);
+    QVERIFY(mesh.triangleCount() > 4000);
+    QCOMPARE(mesh.normals.size(), mesh.vertices.size());
+    float worst = 0.f;
+    int outward = 0;
+    for (size_t v = 0; v < mesh.vertices.size(); ++v) {
+        worst = std::max(worst, std::abs(mesh.vertices[v].length() - kRadius));
+        if (dot(mesh.normals[v], mesh.vertices[v]) > 0.f) ++outward;
+    }
+    QVERIFY2(worst <= radialTolerance, qPrintable(QString::number(worst)));
+    QVERIFY(outward >= int(0.99 * mesh.vertices.size()));
+    const double expected = 4.0 * M_PI * kRadius * kRadius;
+    QVERIFY2(std::abs(mesh.area() - expected) <= areaTolerance * expected, qPrintable(QString::number(mesh.area())));
+    QVERIFY2(mesh.boundaryEdges() <= mesh.triangleCount() / 100, qPrintable(QString::number(mesh.boundaryEdges())));
+}
+
+void TstAlgoMesh::planeBecomesAFlatUpwardMesh_data() {
+    QTest::addColumn<int>("method");
+    QTest::addColumn<double>("size");
+    QTest::addColumn<double>("densityDivide");
+    QTest::newRow("alpha shape") << int(Algo_Mesh::Method::AlphaShape) << 0.2 << 1.0;
+    QTest::newRow("ball pivoting") << int(Algo_Mesh::Method::BallPivoting) << 0.1 << 1.0;
+    QTest::newRow("poisson, trimmed") << int(Algo_Mesh::Method::Poisson) << 6.0 << 2.0;
+}
+
+void TstAlgoMesh::planeBecomesAFlatUpwardMesh() {
+    QFETCH(int, method);
+    QFETCH(double, size);
+    QFETCH(double, densityDivide);
+    Algo_Mesh::Params p = params(Algo_Mesh::Method(method), true);
+    p.alpha = size;
+    p.ballRadius = size;
+    p.depth = unsigned(size);
+    p.densityDivide = densityDivide;
+    Mesh mesh;
+    QString error;
+    QVERIFY2(build(plane(), p, mesh, &error), qPrintable(error));
+    QVERIFY(mesh.triangleCount() > 1000);
+    // Over the scanned square the mesh lies on the plane and faces up.
+    const float far = (kPlaneSide - 1) * kPlaneSpacing;
+    int inside = 0, flat = 0, up = 0;
+    for (size_t v = 0; v < mesh.vertices.size(); ++v) {
+        const pcVec3f& q = mesh.vertices[v];
+        if (q.x < 0.f || q.y < 0.f || q.x > far || q.y > far) continue;
+        ++inside;
+        if (std::abs(q.z) < 0.01f) ++flat;
+        if (mesh.normals[v].z > 0.95f) ++up;
+    }
+    QVERIFY(inside > 1000);
+    QVERIFY2(flat >= int(0.95 * inside), qPrintable(QString("%1 of %2").arg(flat).arg(inside)));
+    QVERIFY2(up >= int(0.95 * inside), qPrintable(QString("%1 of %2").arg(up).arg(inside)));
+}
+
+void TstAlgoMesh::alphaBelowTheSpacingMakesNoTriangles() {
+    Algo_Mesh::Params p = params(Algo_Mesh::Method::AlphaShape, true);
+    p.alpha = 0.2 * kPlaneSpacing;
+    Mesh mesh;
+    QString error;
+    QVERIFY2(build(plane(), p, mesh, &error), qPrintable(error));
+    QVERIFY(mesh.triangleCount() <= 10);
+    QCOMPARE(mesh.vertices.size(), mesh.normals.size());
+}
+
+void TstAlgoMesh::densityDivideKeepsTheDensestShare() {
+    Algo_Mesh::Params p = params(Algo_Mesh::Method::Poisson, true);
+    p.depth = 6;
+    Mesh whole, quarter;
+    QString error;
+    QVERIFY2(build(plane(), p, whole, &error), qPrintable(error));
+    p.densityDivide = 4.0;
+    QVERIFY2(build(plane(), p, quarter, &error), qPrintable(error));
+    // Vertices of the densest quarter whose every triangle went lose theirs too.
+    QVERIFY2(quarter.vertices.size() <= whole.vertices.size() / 4 + 1 &&
+                 quarter.vertices.size() >= whole.vertices.size() / 5,
+             qPrintable(QString("%1 of %2").arg(quarter.vertices.size()).arg(whole.vertices.size())));
+    // Poisson carries an open patch on past its edges; the densest part stays over the data.
+    auto beyondTheScan = [](const Mesh& m) {
+        const float far = (kPlaneSide - 1) * kPlaneSpacing + kPlaneSpacing;
+        return std::count_if(m.vertices.begin(), m.vertices.end(), [far](const pcVec3f& q) {
+            return q.x < -kPlaneSpacing || q.y < -kPlaneSpacing || q.x > far || q.y > far;
+        });
+    };
+    QVERIFY(beyondTheScan(whole) > 50);
+    QCOMPARE(beyondTheScan(quarter), 0);
+}
+
+void TstAlgoMesh::isDeterministic_data() {
+    QTest::addColumn<int>("method");
+    QTest::newRow("alpha shape") << int(Algo_Mesh::Method::AlphaShape);
+    QTest::newRow("ball pivoting") << int(Algo_Mesh::Method::BallPivoting);
+    QTest::newRow("poisson") << int(Algo_Mesh::Method::Poisson);
+}
+
+void TstAlgoMesh::isDeterministic() {
+    QFETCH(int, method);
+    Algo_Mesh::Params p = params(Algo_Mesh::Method(method), true);
+    p.alpha = 0.3;
+    p.ballRadius = 0.1;
+    p.depth = 6;
+    Mesh first, second;
+    QString error;
+    QVERIFY2(build(plane(), p, first, &error), qPrintable(error));
+    QVERIFY2(build(plane(), p, second, &error), qPrintable(error));
+    QVERIFY(first.vertices == second.vertices);
+    QVERIFY(first.triangles == second.triangles);
+}
+
+void TstAlgoMesh::rejectsBadInput_data() {
+    QTest::addColumn<int>("count");
+    QTest::addColumn<int>("method");
+    QTest::addColumn<double>("value");
+    QTest::addColumn<QString>("reason");
+    const int alpha = int(Algo_Mesh::Method::AlphaShape), ball = int(Algo_Mesh::Method::BallPivoting),
+              poisson = int(Algo_Mesh::Method::Poisson);
+    QTest::newRow("no points") << 0 << alpha << 1.0 << "at least four";
+    QTest::newRow("three points") << 3 << ball << 1.0 << "at least four";
+    QTest::newRow("alpha zero") << 100 << alpha << 0.0 << "alpha";
+    QTest::newRow("negative radius") << 100 << ball << -1.0 << "radius";
+    QTest::newRow("depth zero") << 100 << poisson << 0.0 << "depth";
+    QTest::newRow("depth seventeen") << 100 << poisson << 17.0 << "depth";
+    QTest::newRow("unknown method") << 100 << 3 << 1.0 << "unknown";
+}
+
+void TstAlgoMesh::rejectsBadInput() {
+    QFETCH(int, count);
+    QFETCH(int, method);
+    QFETCH(double, value);
+    QFETCH(QString, reason);
+    std::vector<pcVec3f> points = plane();
+    points.resize(size_t(count));
+    Algo_Mesh::Params p = params(Algo_Mesh::Method(method), true);
+    p.alpha = value;
+    p.ballRadius = value;
+    p.depth = unsigned(value);
+    Mesh mesh;
+    mesh.vertices.assign(1, pcVec3f(1, 2, 3));
+    QString error;
+    QVERIFY(!build(points, p, mesh, &error));
+    QVERIFY2(error.contains(reason), qPrintable(error));
+    QCOMPARE(mesh.vertices.size(), size_t(1));
+}
+
+void TstAlgoMesh::stopLeavesTheOutputUntouched_data() {
+    QTest::addColumn<int>("method");
+    QTest::addColumn<bool>("fastNormal");
+    QTest::addColumn<int>("stopAfter");
+    const char* names[] = {"alpha shape", "ball pivoting", "poisson"};
+    for (int method = 0; method < 3; ++method)
+        for (int stopAfter : {0, 2, 6})
+            for (bool fast : {true, false})
+                QTest::addRow("%s, %s, stop after %d polls", names[method], fast ? "fast" : "consistent", stopAfter)
+                    << method << fast << stopAfter;
+}
+
+void TstAlgoMesh::stopLeavesTheOutputUntouched() {
+    QFETCH(int, method);
+    QFETCH(bool, fastNormal);
+    QFETCH(int, stopAfter);
+    Algo_Mesh::Params p = params(Algo_Mesh::Method(method), fastNormal);
+    p.alpha = 0.3;
+    p.ballRadius = 0.1;
+    p.depth = 7;
+    const std::vector<pcVec3f> points = sphere(20000);
+    Mesh mesh;
+    mesh.vertices.assign(1, pcVec3f(1, 2, 3));
+    QString error;
+    AlgoTestProgress progress(stopAfter);
+    QVERIFY(!build(points, p, mesh, &error, &progress));
+    QCOMPARE(error, QString("cancelled"));
+    QCOMPARE(mesh.vertices.size(), size_t(1));
+    QVERIFY(mesh.triangles.empty());
+    // The next run waits for the abandoned library call and then succeeds.
+    p.method = Algo_Mesh::Method::AlphaShape;
+    p.alpha = 3.0;
+    QVERIFY2(build(sphere(500), p, mesh, &error), qPrintable(error));
+    QVERIFY(mesh.triangleCount() > 500);
+}
+
+QTEST_GUILESS_MAIN(TstAlgoMesh)
+#include "tst_algo_mesh.moc"
