@@ -117,6 +117,44 @@ int Algo_KdTree::Job::compactLabels(std::vector<int>& labels, size_t minSize, si
     return next;
 }
 
+// ---------------------------------------------------------------- Components
+
+Algo_KdTree::Components::Components(size_t n) : m_parent(n) {
+    for (size_t i = 0; i < n; ++i) m_parent[i].store(static_cast<int>(i), std::memory_order_relaxed);
+}
+
+int Algo_KdTree::Components::find(int i) {
+    // parents only ever move to smaller indices of the same set, so a stale
+    // read is still an ancestor: relaxed loads and path halving are safe
+    for (;;) {
+        int parent = m_parent[static_cast<size_t>(i)].load(std::memory_order_relaxed);
+        if (parent == i) return i;
+        const int grand = m_parent[static_cast<size_t>(parent)].load(std::memory_order_relaxed);
+        if (grand != parent)
+            m_parent[static_cast<size_t>(i)].compare_exchange_weak(parent, grand,
+                                                                   std::memory_order_relaxed);
+        i = grand;
+    }
+}
+
+void Algo_KdTree::Components::join(int a, int b) {
+    for (;;) {
+        a = find(a);
+        b = find(b);
+        if (a == b) return;
+        if (a < b) std::swap(a, b);
+        int expected = a;  // a is still a root unless another thread linked it meanwhile
+        if (m_parent[static_cast<size_t>(a)].compare_exchange_strong(expected, b,
+                                                                     std::memory_order_acq_rel))
+            return;
+    }
+}
+
+void Algo_KdTree::Components::roots(std::vector<int>& out) {
+    out.resize(m_parent.size());
+    for (size_t i = 0; i < m_parent.size(); ++i) out[i] = find(static_cast<int>(i));
+}
+
 // ---------------------------------------------------------------- tree
 
 Algo_KdTree::Algo_KdTree() = default;
@@ -124,19 +162,49 @@ Algo_KdTree::~Algo_KdTree() = default;
 
 bool Algo_KdTree::build(const std::vector<pcVec3f>& points, Job* job) {
     m_nodes.clear();
+    m_leaves.clear();
     m_points.clear();
     m_ids.clear();
-    if (points.empty()) return !(job && job->stopped());
+    Job quiet(nullptr);
+    Job& run = job ? *job : quiet;
+    if (points.empty()) return !run.stopped();
     // positions travel with their ids while partitioning, so every level
     // scans contiguous memory
     std::vector<Entry> entries(points.size());
     for (size_t i = 0; i < points.size(); ++i) entries[i] = {points[i], static_cast<int32_t>(i)};
-    m_nodes.reserve(points.size() / (kLeafSize / 4) + 1);  // leaves hold kLeafSize/2 or more
-    size_t done = 0;
-    if (buildNode(0, static_cast<int32_t>(entries.size()), entries, job, done) < 0) {
+    NodeCounts counts;
+    m_nodes.resize(static_cast<size_t>(countNodes(static_cast<int32_t>(points.size()), counts)));
+
+    // The top levels split on this thread until there are enough subtrees
+    // to keep every core busy; the subtrees are then built in parallel.
+    const size_t wanted = static_cast<size_t>(Job::threadCount()) * 8;
+    std::vector<Subtree> top{{0, 0, static_cast<int32_t>(points.size())}};
+    std::vector<Subtree> next;
+    while (top.size() < wanted) {
+        next.clear();
+        bool split = false;
+        for (const Subtree& t : top) {
+            const int32_t mid = t.end - t.begin > kLeafSize ? makeNode(t.node, t.begin, t.end, entries, counts) : -1;
+            if (mid < 0) {
+                next.push_back(t);
+                continue;
+            }
+            split = true;
+            const int32_t right = m_nodes[static_cast<size_t>(t.node)].right;
+            next.push_back({t.node + 1, t.begin, mid});
+            next.push_back({right, mid, t.end});
+        }
+        top.swap(next);
+        if (!split) break;
+    }
+    if (!run.parallelFor(top.size(), 1, [&](size_t begin, size_t end) {
+            for (size_t t = begin; t < end; ++t) buildSubtree(top[t], entries, counts);
+        })) {
         m_nodes.clear();
         return false;
     }
+    for (size_t i = 0; i < m_nodes.size(); ++i)
+        if (m_nodes[i].right < 0) m_leaves.push_back(static_cast<int32_t>(i));  // preorder = point order
     m_points.resize(entries.size());
     m_ids.resize(entries.size());
     for (size_t i = 0; i < entries.size(); ++i) {
@@ -146,11 +214,25 @@ bool Algo_KdTree::build(const std::vector<pcVec3f>& points, Job* job) {
     return true;
 }
 
-int32_t Algo_KdTree::buildNode(int32_t begin, int32_t end, std::vector<Entry>& entries, Job* job,
-                               size_t& done) {
-    const int32_t index = static_cast<int32_t>(m_nodes.size());
-    m_nodes.push_back(Node());
-    Node node;
+int32_t Algo_KdTree::countNodes(int32_t points, NodeCounts& counts) {
+    if (points <= kLeafSize) return 1;
+    const auto known = std::lower_bound(counts.begin(), counts.end(), std::make_pair(points, 0));
+    if (known != counts.end() && known->first == points) return known->second;
+    // only two sizes per level occur, so the table stays tiny
+    const int32_t nodes = 1 + countNodes(points / 2, counts) + countNodes(points - points / 2, counts);
+    counts.insert(std::lower_bound(counts.begin(), counts.end(), std::make_pair(points, 0)),
+                  std::make_pair(points, nodes));
+    return nodes;
+}
+
+int32_t Algo_KdTree::nodeCount(const NodeCounts& counts, int32_t points) {
+    if (points <= kLeafSize) return 1;
+    return std::lower_bound(counts.begin(), counts.end(), std::make_pair(points, 0))->second;
+}
+
+int32_t Algo_KdTree::makeNode(int32_t index, int32_t begin, int32_t end, std::vector<Entry>& entries,
+                              const NodeCounts& counts) {
+    Node& node = m_nodes[static_cast<size_t>(index)];
     node.lo[0] = node.lo[1] = node.lo[2] = std::numeric_limits<float>::max();
     node.hi[0] = node.hi[1] = node.hi[2] = -std::numeric_limits<float>::max();
     for (int32_t i = begin; i < end; ++i) {
@@ -165,15 +247,7 @@ int32_t Algo_KdTree::buildNode(int32_t begin, int32_t end, std::vector<Entry>& e
     node.end = end;
     node.right = -1;
     node.pad = 0;
-    if (end - begin <= kLeafSize) {
-        m_nodes[static_cast<size_t>(index)] = node;
-        const size_t before = done;
-        done += static_cast<size_t>(end - begin);
-        // ~64k points of building between polls
-        if (job && (before >> 16) != (done >> 16) && !job->step(double(done) / double(entries.size())))
-            return -1;
-        return index;
-    }
+    if (end - begin <= kLeafSize) return -1;
     int axis = 0;
     for (int a = 1; a < 3; ++a)
         if (node.hi[a] - node.lo[a] > node.hi[axis] - node.lo[axis]) axis = a;
@@ -184,11 +258,15 @@ int32_t Algo_KdTree::buildNode(int32_t begin, int32_t end, std::vector<Entry>& e
                          const float ca = coord(a), cb = coord(b);
                          return ca < cb || (ca == cb && a.id < b.id);
                      });
-    if (buildNode(begin, mid, entries, job, done) < 0) return -1;
-    node.right = buildNode(mid, end, entries, job, done);
-    if (node.right < 0) return -1;
-    m_nodes[static_cast<size_t>(index)] = node;
-    return index;
+    node.right = index + 1 + nodeCount(counts, mid - begin);
+    return mid;
+}
+
+void Algo_KdTree::buildSubtree(const Subtree& t, std::vector<Entry>& entries, const NodeCounts& counts) {
+    const int32_t mid = makeNode(t.node, t.begin, t.end, entries, counts);
+    if (mid < 0) return;
+    buildSubtree({t.node + 1, t.begin, mid}, entries, counts);
+    buildSubtree({m_nodes[static_cast<size_t>(t.node)].right, mid, t.end}, entries, counts);
 }
 
 float Algo_KdTree::boxDist2(const Node& n, const pcVec3f& q) {
@@ -211,9 +289,11 @@ float Algo_KdTree::boxFarDist2(const Node& n, const pcVec3f& q) {
     return d;
 }
 
-void Algo_KdTree::knn(const pcVec3f& q, size_t k, float maxDist2, std::vector<Neighbour>& out) const {
+void Algo_KdTree::knn(const pcVec3f& q, size_t k, float maxDist2, std::vector<Neighbour>& out,
+                      size_t from) const {
     out.clear();
     if (k == 0 || m_nodes.empty()) return;
+    const int32_t first = static_cast<int32_t>(from);
     // `out` stays sorted on (dist2, index); an insertion moves a few
     // neighbours, cheaper than a heap for the k the stages use
     auto before = [](const Neighbour& a, const Neighbour& b) {
@@ -231,8 +311,9 @@ void Algo_KdTree::knn(const pcVec3f& q, size_t k, float maxDist2, std::vector<Ne
         const Item it = stack[--sp];
         if (it.d2 > bound) continue;
         const Node& n = m_nodes[static_cast<size_t>(it.node)];
+        if (n.end <= first) continue;
         if (n.right < 0) {
-            for (int32_t i = n.begin; i < n.end; ++i) {
+            for (int32_t i = std::max(n.begin, first); i < n.end; ++i) {
                 const float d2 = dist2(m_points[static_cast<size_t>(i)], q);
                 if (d2 > bound) continue;
                 const Neighbour c{m_ids[static_cast<size_t>(i)], d2};
@@ -253,8 +334,8 @@ void Algo_KdTree::knn(const pcVec3f& q, size_t k, float maxDist2, std::vector<Ne
     }
 }
 
-template <class WholeRange, class OnePoint>
-void Algo_KdTree::visitWithin(const pcVec3f& q, float r2, WholeRange whole, OnePoint one) const {
+template <class Classify, class Test, class Take>
+void Algo_KdTree::walk(Classify classify, Test test, Take take) const {
     if (m_nodes.empty()) return;
     int32_t stack[kStackDepth];
     int sp = 0;
@@ -262,44 +343,84 @@ void Algo_KdTree::visitWithin(const pcVec3f& q, float r2, WholeRange whole, OneP
     while (sp > 0) {
         const int32_t index = stack[--sp];
         const Node& n = m_nodes[static_cast<size_t>(index)];
-        if (boxDist2(n, q) > r2) continue;
-        if (boxFarDist2(n, q) <= r2) {
-            if (!whole(n.begin, n.end)) return;
+        const Reach reach = classify(n);
+        if (reach == Reach::None) continue;
+        if (reach == Reach::All) {
+            take(n.begin, n.end);
         } else if (n.right < 0) {
             for (int32_t i = n.begin; i < n.end; ++i)
-                if (dist2(m_points[static_cast<size_t>(i)], q) <= r2 && !one(i)) return;
+                if (test(i)) take(i, i + 1);
         } else {
-            stack[sp++] = n.right;
+            stack[sp++] = n.right;  // the first child pops first: point order
             stack[sp++] = index + 1;
         }
     }
 }
 
-void Algo_KdTree::radius(const pcVec3f& q, float r2, std::vector<int>& out) const {
-    out.clear();
-    visitWithin(
-        q, r2,
-        [&](int32_t begin, int32_t end) {
-            out.insert(out.end(), m_ids.begin() + begin, m_ids.begin() + end);
-            return true;
-        },
-        [&](int32_t i) {
-            out.push_back(m_ids[static_cast<size_t>(i)]);
-            return true;
-        });
+void Algo_KdTree::leafRange(size_t leaf, size_t& begin, size_t& end) const {
+    const Node& n = m_nodes[static_cast<size_t>(m_leaves[leaf])];
+    begin = static_cast<size_t>(n.begin);
+    end = static_cast<size_t>(n.end);
 }
 
-size_t Algo_KdTree::countWithin(const pcVec3f& q, float r2, size_t limit) const {
-    size_t count = 0;
-    if (limit == 0) return 0;
-    visitWithin(
-        q, r2,
-        [&](int32_t begin, int32_t end) {
-            count += static_cast<size_t>(end - begin);
-            return count < limit;
+size_t Algo_KdTree::gatherLeaf(size_t leaf, float r, LeafScratch& s) const {
+    s.x.clear();
+    s.y.clear();
+    s.z.clear();
+    s.ids.clear();
+    const Node& box = m_nodes[static_cast<size_t>(m_leaves[leaf])];
+    const int32_t first = box.begin;
+    const float lo[3] = {box.lo[0] - r, box.lo[1] - r, box.lo[2] - r};
+    const float hi[3] = {box.hi[0] + r, box.hi[1] + r, box.hi[2] + r};
+    walk(
+        [&](const Node& n) {
+            bool overlaps = n.end > first, inside = true;
+            for (int a = 0; a < 3; ++a) {
+                overlaps = overlaps && n.hi[a] >= lo[a] && n.lo[a] <= hi[a];
+                inside = inside && n.lo[a] >= lo[a] && n.hi[a] <= hi[a];
+            }
+            return !overlaps ? Reach::None : (inside ? Reach::All : Reach::Some);
         },
-        [&](int32_t) { return ++count < limit; });
-    return std::min(count, limit);
+        [&](int32_t i) {
+            const pcVec3f& p = m_points[static_cast<size_t>(i)];
+            return i >= first && p.x >= lo[0] && p.x <= hi[0] && p.y >= lo[1] && p.y <= hi[1] &&
+                   p.z >= lo[2] && p.z <= hi[2];
+        },
+        [&](int32_t begin, int32_t end) {
+            for (int32_t i = std::max(begin, first); i < end; ++i) {
+                const pcVec3f& p = m_points[static_cast<size_t>(i)];
+                s.x.push_back(p.x);
+                s.y.push_back(p.y);
+                s.z.push_back(p.z);
+                s.ids.push_back(m_ids[static_cast<size_t>(i)]);
+            }
+        });
+    return s.ids.size();
+}
+
+void Algo_KdTree::withinGathered(const pcVec3f& q, float r2, size_t from, LeafScratch& s) {
+    s.within.clear();
+    const size_t m = s.ids.size();
+    const float qx = q.x, qy = q.y, qz = q.z;
+    const float* x = s.x.data();
+    const float* y = s.y.data();
+    const float* z = s.z.data();
+    for (size_t j = from; j < m; ++j) {
+        // same arithmetic as dist2(): the answers match the searches bit for bit
+        const float dx = qx - x[j], dy = qy - y[j], dz = qz - z[j];
+        const float d2 = dx * dx + dy * dy + dz * dz;
+        if (d2 <= r2) s.within.push_back({s.ids[j], d2});
+    }
+}
+
+void Algo_KdTree::radius(const pcVec3f& q, float r2, std::vector<int>& out) const {
+    out.clear();
+    walk(
+        [&](const Node& n) {
+            return boxDist2(n, q) > r2 ? Reach::None : (boxFarDist2(n, q) <= r2 ? Reach::All : Reach::Some);
+        },
+        [&](int32_t i) { return dist2(m_points[static_cast<size_t>(i)], q) <= r2; },
+        [&](int32_t begin, int32_t end) { out.insert(out.end(), m_ids.begin() + begin, m_ids.begin() + end); });
 }
 
 }  // namespace ptCloud

@@ -9,6 +9,7 @@
 // tree, each with its own result buffers.
 
 #include <QString>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -69,6 +70,22 @@ public:
         bool m_stopped = false;
     };
 
+    // Disjoint sets over point indices that several threads may join at
+    // once without locks. A root only ever links under a smaller root, so
+    // each set ends with its smallest index as root whatever the order of
+    // the joins: the result is deterministic.
+    class Components {
+    public:
+        explicit Components(size_t n);
+        int find(int i);
+        void join(int a, int b);
+        // out[i] = the smallest index of i's set, ready for compactLabels.
+        void roots(std::vector<int>& out);
+
+    private:
+        std::vector<std::atomic<int>> m_parent;
+    };
+
     Algo_KdTree();
     ~Algo_KdTree();
     Algo_KdTree(const Algo_KdTree&) = delete;
@@ -86,14 +103,41 @@ public:
 
     // The k nearest points within sqrt(maxDist2) of q, nearest first, ties
     // broken by the lower index so the answer does not depend on the tree's
-    // shape. Replaces `out`.
-    void knn(const pcVec3f& q, size_t k, float maxDist2, std::vector<Neighbour>& out) const;
+    // shape. Only points at position `from` or later in order() take part
+    // (0: all). Replaces `out`.
+    void knn(const pcVec3f& q, size_t k, float maxDist2, std::vector<Neighbour>& out,
+             size_t from = 0) const;
     // Indices of all points with squared distance <= r2 to q, in tree order
     // (deterministic for one tree). Replaces `out`.
     void radius(const pcVec3f& q, float r2, std::vector<int>& out) const;
-    // Number of points with squared distance <= r2 to q, counting no
-    // further than `limit`.
-    size_t countWithin(const pcVec3f& q, float r2, size_t limit) const;
+
+    // Whole-leaf neighbourhoods, for stages that look at every close pair
+    // once: one walk of the tree gathers the points near a leaf, then each of
+    // the leaf's 8..16 points is measured against that short list in a tight
+    // loop, and only against the points after it in order(), so each pair
+    // is seen once, from its earlier point. Several times cheaper than a
+    // search per point while the gathered list stays short (a few hundred
+    // points); with a far larger list a per-point search does less work.
+    struct LeafScratch {
+        std::vector<float> x, y, z;     // gathered positions
+        std::vector<int32_t> ids;       // their original indices
+        std::vector<Neighbour> within;  // result of withinGathered
+    };
+    size_t leafCount() const { return m_leaves.size(); }
+    // The leaf's points as positions [begin, end) in order().
+    void leafRange(size_t leaf, size_t& begin, size_t& end) const;
+    // Gathers, in the order of order(), the points from the leaf's first one
+    // on that lie within the leaf's box grown by r on each side: for each of
+    // the leaf's points a superset of the later points within r. The leaf's
+    // own points come first. Returns the number gathered.
+    size_t gatherLeaf(size_t leaf, float r, LeafScratch& s) const;
+    // The r to gather with for a search radius: a hair wider, so that no
+    // point whose rounded squared distance passes the test is left out.
+    static float gatherReach(double radius) { return static_cast<float>(radius * (1.0 + 1e-5)) + 1e-6f; }
+    // The gathered points from the from-th on with squared distance <= r2
+    // to q, in gathered order. For the leaf's t-th point, from = t + 1 gives
+    // exactly the later points within sqrt(r2).
+    static void withinGathered(const pcVec3f& q, float r2, size_t from, LeafScratch& s);
 
     // Squared distance as every query computes it; a brute-force check that
     // uses it agrees with the tree bit for bit.
@@ -115,16 +159,32 @@ private:
         pcVec3f p;
         int32_t id;
     };
-    int32_t buildNode(int32_t begin, int32_t end, std::vector<Entry>& entries, Job* job, size_t& done);
-    // Calls whole(begin, end) for node ranges inside the ball and one(i) for
-    // single leaf points inside it (positions in m_points); either returning
-    // false ends the walk.
-    template <class WholeRange, class OnePoint>
-    void visitWithin(const pcVec3f& q, float r2, WholeRange whole, OnePoint one) const;
+    struct Subtree {
+        int32_t node, begin, end;
+    };
+    // Node index arithmetic: a subtree over m points always has the same
+    // number of nodes, so every node's slot is known before it is built and
+    // subtrees can be built on several threads at once.
+    using NodeCounts = std::vector<std::pair<int32_t, int32_t>>;  // points -> nodes, sorted
+    static int32_t nodeCount(const NodeCounts& counts, int32_t points);
+    static int32_t countNodes(int32_t points, NodeCounts& counts);
+    // Fills node `index` over entries [begin, end); for an inner node sorts
+    // the range about its median and returns the split, else -1.
+    int32_t makeNode(int32_t index, int32_t begin, int32_t end, std::vector<Entry>& entries,
+                     const NodeCounts& counts);
+    void buildSubtree(const Subtree& t, std::vector<Entry>& entries, const NodeCounts& counts);
+    // Depth-first walk in point order. classify(node) says whether none, all
+    // or some of its points qualify; for "some" at a leaf, test(position)
+    // decides point by point. take(begin, end) receives qualifying ranges
+    // of positions.
+    enum class Reach { None, All, Some };
+    template <class Classify, class Test, class Take>
+    void walk(Classify classify, Test test, Take take) const;
     static float boxDist2(const Node& n, const pcVec3f& q);
     static float boxFarDist2(const Node& n, const pcVec3f& q);
 
     std::vector<Node> m_nodes;
+    std::vector<int32_t> m_leaves;  // node index of each leaf, in order
     std::vector<pcVec3f> m_points;  // in leaf order
     std::vector<int32_t> m_ids;     // original index of m_points[i]
 };
