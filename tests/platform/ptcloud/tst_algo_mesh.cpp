@@ -41,12 +41,22 @@ std::vector<pcVec3f> plane() {
     return points;
 }
 
-Algo_Mesh::Params params(Algo_Mesh::Method method, bool fastNormal) {
+// size: the alpha, the ball radius or the Poisson depth, whichever the method reads.
+Algo_Mesh::Params params(Algo_Mesh::Method method, bool fastNormal, double size) {
     Algo_Mesh::Params p;
     p.method = method;
     p.fastNormal = fastNormal;
+    p.alpha = size;
+    p.ballRadius = size;
+    p.depth = unsigned(size);
     p.width = 0.0;
     return p;
+}
+
+// A size that suits the plane (and the sphere) for each method.
+double typicalSize(int method) {
+    const double sizes[] = {0.3, 0.1, 6.0};
+    return sizes[method];
 }
 
 struct Mesh {
@@ -121,10 +131,7 @@ void TstAlgoMesh::sphereBecomesAClosedSurface() {
     QFETCH(double, size);
     QFETCH(float, radialTolerance);
     QFETCH(double, areaTolerance);
-    Algo_Mesh::Params p = params(Algo_Mesh::Method(method), false);
-    p.alpha = size;
-    p.ballRadius = size;
-    p.depth = unsigned(size);
+    const Algo_Mesh::Params p = params(Algo_Mesh::Method(method), false, size);
     Mesh mesh;
     QString error;
     AlgoTestProgress progress;
@@ -159,10 +166,7 @@ void TstAlgoMesh::planeBecomesAFlatUpwardMesh() {
     QFETCH(int, method);
     QFETCH(double, size);
     QFETCH(double, densityDivide);
-    Algo_Mesh::Params p = params(Algo_Mesh::Method(method), true);
-    p.alpha = size;
-    p.ballRadius = size;
-    p.depth = unsigned(size);
+    Algo_Mesh::Params p = params(Algo_Mesh::Method(method), true, size);
     p.densityDivide = densityDivide;
     Mesh mesh;
     QString error;
@@ -184,8 +188,7 @@ void TstAlgoMesh::planeBecomesAFlatUpwardMesh() {
 }
 
 void TstAlgoMesh::alphaBelowTheSpacingMakesNoTriangles() {
-    Algo_Mesh::Params p = params(Algo_Mesh::Method::AlphaShape, true);
-    p.alpha = 0.2 * kPlaneSpacing;
+    const Algo_Mesh::Params p = params(Algo_Mesh::Method::AlphaShape, true, 0.2 * kPlaneSpacing);
     Mesh mesh;
     QString error;
     QVERIFY2(build(plane(), p, mesh, &error), qPrintable(error));
@@ -194,8 +197,7 @@ void TstAlgoMesh::alphaBelowTheSpacingMakesNoTriangles() {
 }
 
 void TstAlgoMesh::densityDivideKeepsTheDensestShare() {
-    Algo_Mesh::Params p = params(Algo_Mesh::Method::Poisson, true);
-    p.depth = 6;
+    Algo_Mesh::Params p = params(Algo_Mesh::Method::Poisson, true, 6.0);
     Mesh whole, quarter;
     QString error;
     QVERIFY2(build(plane(), p, whole, &error), qPrintable(error));
@@ -225,10 +227,7 @@ void TstAlgoMesh::isDeterministic_data() {
 
 void TstAlgoMesh::isDeterministic() {
     QFETCH(int, method);
-    Algo_Mesh::Params p = params(Algo_Mesh::Method(method), true);
-    p.alpha = 0.3;
-    p.ballRadius = 0.1;
-    p.depth = 6;
+    const Algo_Mesh::Params p = params(Algo_Mesh::Method(method), true, typicalSize(method));
     Mesh first, second;
     QString error;
     QVERIFY2(build(plane(), p, first, &error), qPrintable(error));
@@ -260,10 +259,7 @@ void TstAlgoMesh::rejectsBadInput() {
     QFETCH(QString, reason);
     std::vector<pcVec3f> points = plane();
     points.resize(size_t(count));
-    Algo_Mesh::Params p = params(Algo_Mesh::Method(method), true);
-    p.alpha = value;
-    p.ballRadius = value;
-    p.depth = unsigned(value);
+    const Algo_Mesh::Params p = params(Algo_Mesh::Method(method), true, value);
     Mesh mesh;
     mesh.vertices.assign(1, pcVec3f(1, 2, 3));
     QString error;
@@ -288,23 +284,18 @@ void TstAlgoMesh::stopLeavesTheOutputUntouched() {
     QFETCH(int, method);
     QFETCH(bool, fastNormal);
     QFETCH(int, stopAfter);
-    Algo_Mesh::Params p = params(Algo_Mesh::Method(method), fastNormal);
-    p.alpha = 0.3;
-    p.ballRadius = 0.1;
-    p.depth = 7;
     const std::vector<pcVec3f> points = sphere(20000);
     Mesh mesh;
     mesh.vertices.assign(1, pcVec3f(1, 2, 3));
     QString error;
     AlgoTestProgress progress(stopAfter);
-    QVERIFY(!build(points, p, mesh, &error, &progress));
+    QVERIFY(!build(points, params(Algo_Mesh::Method(method), fastNormal, typicalSize(method)), mesh, &error,
+                   &progress));
     QCOMPARE(error, QString("cancelled"));
     QCOMPARE(mesh.vertices.size(), size_t(1));
     QVERIFY(mesh.triangles.empty());
     // The next run waits for the abandoned library call and then succeeds.
-    p.method = Algo_Mesh::Method::AlphaShape;
-    p.alpha = 3.0;
-    QVERIFY2(build(sphere(500), p, mesh, &error), qPrintable(error));
+    QVERIFY2(build(sphere(500), params(Algo_Mesh::Method::AlphaShape, true, 3.0), mesh, &error), qPrintable(error));
     QVERIFY(mesh.triangleCount() > 500);
 }
 
