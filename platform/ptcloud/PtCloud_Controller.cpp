@@ -24,11 +24,17 @@ const char* const kDataSetsDir = "datasets";
 const char* const kPointsFile = "points.pcb";
 const int kChunkPoints = 1 << 16;
 
-// Origin of a new dataset: a round position near its data, so that single
-// precision offsets stay small and the origin reads well.
-pcVec3d roundedOrigin(double x, double y, double z)
+// Origin of a new dataset: the first point rounded to a thousand times the
+// file's resolution, a round number in the data's own units (10 m for
+// centimetre UTM data, 1e-4 for degrees stored to 1e-7), so that single
+// precision offsets from it stay small whatever the units.
+pcVec3d roundedOrigin(double x, double y, double z, const double scale[3])
 {
-    return pcVec3d(std::floor(x / 100.0) * 100.0, std::floor(y / 100.0) * 100.0, std::floor(z / 10.0) * 10.0);
+    auto round = [](double v, double s) {
+        const double step = std::pow(10.0, std::ceil(std::log10(std::max(std::fabs(s), 1e-12) * 1000.0)));
+        return std::floor(v / step) * step;
+    };
+    return pcVec3d(round(x, scale[0]), round(y, scale[1]), round(z, scale[2]));
 }
 
 EColoringMode coloringFor(const QList<EDataSetColumn>& columns)
@@ -295,7 +301,8 @@ EEPtCloudActResult PtCloud_Controller::makeDataSet(const stControlParam_DataSet_
         QString err;
         if (reader.open(d->las.value(key), &err) && reader.readChunk(chunk, 1, columns, pcVec3d(), &err) > 0) {
             const pcVec3f& p0 = chunk.positions.front();
-            origin = roundedOrigin(chunk.origin.x + p0.x, chunk.origin.y + p0.y, chunk.origin.z + p0.z);
+            origin = roundedOrigin(chunk.origin.x + p0.x, chunk.origin.y + p0.y, chunk.origin.z + p0.z,
+                                   reader.header().scale);
             break;
         }
     }
