@@ -73,7 +73,14 @@ private:
 
 class ScriptedDialog : public Dlg_Progress_P3DWrapper {
 public:
-    ScriptedDialog(ScriptedThread* thread) : Dlg_Progress_P3DWrapper(thread, nullptr) {}
+    explicit ScriptedDialog(ScriptedThread* thread) : Dlg_Progress_P3DWrapper(thread, nullptr) {}
+    // Each poll of a running command reads the progress once.
+    int progress() override
+    {
+        ++polls;
+        return Dlg_Progress_P3DWrapper::progress();
+    }
+    int polls = 0;  // interface thread only
 };
 
 Script returning(EEPtCloudActResult r)
@@ -345,7 +352,7 @@ void TestRunner::realControllerOutcomeMatchesMessage()
 
 void TestRunner::answeringNoKeepsTheCommandRunning()
 {
-    std::atomic<bool> release{false}, stopSeen{false};
+    std::atomic<bool> release{false}, stopSeen{false}, afterShown{false};
     auto* thread = new ScriptedThread(nullptr, 200, QVariant(),
                                       [&](const stControlParam_DataSet_Do&, ILongLiveActionProgress* progress) {
                                           progress->setProgressText("started");
@@ -354,7 +361,7 @@ void TestRunner::answeringNoKeepsTheCommandRunning()
                                           stopSeen = progress->isStopRequested();
                                           progress->setProgressText("after the question");
                                           progress->setProgress(50);
-                                          QThread::msleep(300);  // several polls see 50
+                                          waitFor(afterShown, progress);
                                           return stopSeen ? PCAR_Cancelled : PCAR_Success;
                                       });
     ScriptedDialog d(thread);
@@ -372,6 +379,7 @@ void TestRunner::answeringNoKeepsTheCommandRunning()
     release = true;
     QTRY_COMPARE_WITH_TIMEOUT(logLines(&d), (QStringList{"started", "after the question"}), kWaitMs);
     QCOMPARE(d.findChild<QProgressBar*>("progressBar")->value(), 50);
+    afterShown = true;
     QTRY_VERIFY_WITH_TIMEOUT(!d.isVisible(), kWaitMs);
     QCOMPARE(d.result(), int(QDialog::Accepted));
     QVERIFY(!stopSeen);
@@ -449,7 +457,7 @@ void TestRunner::progressTextOnlyWithANewValue()
     QFETCH(int, first);
     QFETCH(int, second);
     QFETCH(QStringList, log);
-    std::atomic<bool> firstShown{false}, secondSeen{false};
+    std::atomic<bool> firstShown{false}, secondSet{false}, secondPolled{false}, thirdShown{false};
     auto* thread = new ScriptedThread(nullptr, 200, QVariant(),
                                       [&](const stControlParam_DataSet_Do&, ILongLiveActionProgress* progress) {
                                           progress->setProgressText("one");
@@ -457,19 +465,23 @@ void TestRunner::progressTextOnlyWithANewValue()
                                           waitFor(firstShown, progress);
                                           progress->setProgressText("two");
                                           progress->setProgress(second);
-                                          waitFor(secondSeen, progress);
+                                          secondSet = true;
+                                          waitFor(secondPolled, progress);
                                           progress->setProgressText("three");
                                           progress->setProgress(20);
-                                          QThread::msleep(300);
+                                          waitFor(thirdShown, progress);
                                           return PCAR_Success;
                                       });
     ScriptedDialog d(thread);
     d.show();
     QTRY_COMPARE_WITH_TIMEOUT(logLines(&d), QStringList{"one"}, kWaitMs);
     firstShown = true;
-    QTest::qWait(400);  // several polls
-    secondSeen = true;
+    QTRY_VERIFY_WITH_TIMEOUT(secondSet, kWaitMs);
+    const int polls = d.polls;
+    QTRY_VERIFY_WITH_TIMEOUT(d.polls >= polls + 2, kWaitMs);
+    secondPolled = true;
     QTRY_VERIFY_WITH_TIMEOUT(logLines(&d).contains("three"), kWaitMs);
+    thirdShown = true;
     QCOMPARE(logLines(&d), log);
     QTRY_VERIFY_WITH_TIMEOUT(!d.isVisible(), kWaitMs);
 }
