@@ -1,0 +1,315 @@
+#include "OsgGraphItem_PcDataSet.h"
+
+#include "MessageLogger.h"
+#include "MipMapThread.h"
+#include "OsgTackballManipulate.h"
+#include "PcBlockTile.h"
+#include "PointShader.h"
+#include "PtCloud_DataSetFile.h"
+
+#include <QMutexLocker>
+
+#include <osg/Camera>
+#include <osg/KdTree>
+#include <osg/Polytope>
+#include <osgUtil/IntersectionVisitor>
+#include <osgUtil/PolytopeIntersector>
+#include <osgViewer/Viewer>
+
+#include <limits>
+
+namespace {
+
+// Half the side of the square of device pixels a pick looks in.
+constexpr double kPickTolerance = 4.0;
+
+// Picked blocks get a k-d tree, which the intersector walks instead of
+// testing every point; a few points per leaf keep the tree small.
+void ensureKdTree(osg::Geometry* geometry)
+{
+    if (geometry->getShape()) return;
+    osg::ref_ptr<osg::KdTree> tree = new osg::KdTree;
+    osg::KdTree::BuildOptions options;
+    options._targetNumTrianglesPerLeaf = 16;
+    if (tree->build(options, geometry)) geometry->setShape(tree);
+}
+
+}  // namespace
+
+OsgGraphItem_PcDataSet::OsgGraphItem_PcDataSet(osgViewer::Viewer* viewer,
+                                               osgHelper::OsgTackballManipulate* manipulator)
+    : m_viewer(viewer), m_manipulator(manipulator)
+{
+    // One program for every block of the item: the block geometries inherit
+    // it, so the loader thread never touches shared state objects.
+    applyPointShader(this);
+    if (m_manipulator) m_manipulator->addMonitor(this);
+}
+
+OsgGraphItem_PcDataSet::~OsgGraphItem_PcDataSet() { teardown(); }
+
+void OsgGraphItem_PcDataSet::setVisible(bool visible)
+{
+    if (visible == m_shown) return;
+    m_shown = visible;
+    setNodeMask(visible ? ~0u : 0u);
+    if (visible) onCameraChanged();
+}
+
+bool OsgGraphItem_PcDataSet::isVisible() const { return m_shown; }
+
+bool OsgGraphItem_PcDataSet::load(ptCloud::PtCloud_DataSetFile* file, const QString& dataSetName)
+{
+    teardown();
+    if (!file) return false;
+    m_file = file;
+    m_dataSetName = dataSetName;
+
+    auto loaderReader = std::make_unique<ptCloud::PtCloud_DataSetFile>(file->getFilepath());
+    auto pickReader = std::make_unique<ptCloud::PtCloud_DataSetFile>(file->getFilepath());
+    if (!loaderReader->openFile() || !pickReader->openFile()) {
+        MessageLogger::debug() << "Cannot load dataset" << dataSetName << ":"
+                               << (loaderReader->isOpened() ? pickReader : loaderReader)->lastError();
+        return false;
+    }
+    QMap<int, std::tuple<unsigned int, ptCloud::pcBoundingBoxf>> blocks;
+    loaderReader->getBlocks(blocks);
+    for (auto it = blocks.cbegin(); it != blocks.cend(); ++it) {
+        const unsigned int count = std::get<0>(it.value());
+        const ptCloud::pcBoundingBoxf& box = std::get<1>(it.value());
+        m_tiles.push_back(std::make_unique<PcBlockTile>(it.key(), box, count));
+        m_blocks.insert(it.key(), BlockEntry{nullptr, m_tiles.back().get()});
+        m_pointCount += count;
+        m_bounds.expandBy(box);
+    }
+    m_blockCount = int(m_blocks.size());
+    m_loaderReader = std::move(loaderReader);
+    m_pickReader = std::move(pickReader);
+
+    MessageLogger::debug() << "\n**************\n"
+                           << "Loaded dataset,"
+                           << "mmBox number :" << m_blockCount << "points number :" << m_pointCount
+                           << "\n**************\n";
+    m_loaded = true;
+    return true;
+}
+
+void OsgGraphItem_PcDataSet::teardown()
+{
+    if (m_loader) {
+        m_loader->stop();
+        m_loader.reset();
+    }
+    for (const BlockEntry& entry : qAsConst(m_blocks))
+        if (entry.geometry) removeDrawable(entry.geometry.get());
+    m_blocks.clear();
+    m_tiles.clear();
+    m_blockOfGeometry.clear();
+    m_loaderReader.reset();
+    m_pickReader.reset();
+    m_pointCount = 0;
+    m_blockCount = 0;
+    m_bounds = ptCloud::pcBoundingBoxf();
+    m_sceneChanged = false;
+}
+
+void OsgGraphItem_PcDataSet::reload()
+{
+    teardown();
+    if (m_loaded) load(m_file, m_dataSetName);
+    onCameraChanged();
+}
+
+void OsgGraphItem_PcDataSet::onCameraChanged()
+{
+    if (m_blocks.isEmpty() || !m_shown) return;
+
+    osg::Vec3d eye;
+    if (m_viewer && m_viewer->getCameraManipulator()) eye = m_viewer->getCameraManipulator()->getMatrix().getTrans();
+
+    if (!m_loader) {
+        m_loader = std::make_unique<MipMapThread>(m_loaderReader.get());
+        m_loader->start(QThread::HighestPriority);
+    }
+
+    QMutexLocker lock(m_loader->mutex());
+    harvestLocked();
+    QList<PcBlockTile*> requests;
+    for (const BlockEntry& entry : qAsConst(m_blocks)) {
+        const int wanted = entry.tile->computeLevel(eye);
+        if (wanted != 0 && wanted != entry.tile->loadedLevel()) requests.append(entry.tile);
+    }
+    m_loader->replaceRequestsLocked(requests);
+}
+
+void OsgGraphItem_PcDataSet::updateFrame()
+{
+    if (!m_loader || !m_shown) return;
+    if (!m_loader->mutex()->tryLock(0)) return;
+    harvestLocked();
+    m_loader->mutex()->unlock();
+}
+
+void OsgGraphItem_PcDataSet::harvestLocked()
+{
+    const QList<MipMapThread::Result> results = m_loader->takeResultsLocked();
+    for (const MipMapThread::Result& result : results) {
+        PcBlockTile* tile = result.first;
+        auto it = m_blocks.find(tile->blockId());
+        if (it == m_blocks.end() || it->tile != tile) continue;
+        if (it->geometry) {
+            removeDrawable(it->geometry.get());
+            m_blockOfGeometry.remove(it->geometry.get());
+        }
+        it->geometry = result.second;
+        tile->setLoadedLevel(tile->wantedLevel());
+        addDrawable(it->geometry.get());
+        m_blockOfGeometry.insert(it->geometry.get(), it.key());
+        m_sceneChanged = true;
+        m_changedAtFrame = frameNumber();
+    }
+}
+
+unsigned int OsgGraphItem_PcDataSet::frameNumber() const
+{
+    const osg::FrameStamp* stamp = m_viewer ? m_viewer->getFrameStamp() : nullptr;
+    return stamp ? stamp->getFrameNumber() : 0;
+}
+
+bool OsgGraphItem_PcDataSet::hasPendingWork() const
+{
+    if (!m_shown) return false;
+    // The frame that is drawn after the change shows it.
+    if (m_sceneChanged && frameNumber() <= m_changedAtFrame) return true;
+    return m_loader && m_loader->hasRequests();
+}
+
+bool OsgGraphItem_PcDataSet::isReady() const
+{
+    if (!m_loaded) return false;
+    for (const BlockEntry& entry : m_blocks)
+        if (entry.geometry) return true;
+    return false;
+}
+
+bool OsgGraphItem_PcDataSet::pickNearest(double x, double y, int* blockId, int* pointIndex, osg::Vec3f* position,
+                                         QMap<ptCloud::EDataSetColumn, QVariant>* attributes)
+{
+    *blockId = -1;
+    *pointIndex = -1;
+    if (attributes) attributes->clear();
+    const osg::Camera* camera = m_viewer ? m_viewer->getCamera() : nullptr;
+    if (!m_shown || !camera || !camera->getViewport() || m_blockOfGeometry.isEmpty()) return false;
+
+    osg::ref_ptr<osgUtil::PolytopeIntersector> picker = new osgUtil::PolytopeIntersector(
+        osgUtil::Intersector::WINDOW, x - kPickTolerance, y - kPickTolerance, x + kPickTolerance, y + kPickTolerance);
+    picker->setPrimitiveMask(osgUtil::PolytopeIntersector::POINT_PRIMITIVES |
+                             osgUtil::PolytopeIntersector::TRIANGLE_PRIMITIVES);
+
+    // Only the blocks whose boxes meet the pick volume are searched.
+    const osg::Matrixd toWindow =
+        camera->getViewMatrix() * camera->getProjectionMatrix() * camera->getViewport()->computeWindowMatrix();
+    osg::Polytope volume = picker->getPolytope();
+    volume.transformProvidingInverse(toWindow);
+    osg::ref_ptr<osg::Camera> probe = new osg::Camera;
+    probe->setReferenceFrame(osg::Transform::ABSOLUTE_RF);
+    probe->setViewMatrix(camera->getViewMatrix());
+    probe->setProjectionMatrix(camera->getProjectionMatrix());
+    probe->setViewport(new osg::Viewport(*camera->getViewport()));
+    for (const BlockEntry& entry : qAsConst(m_blocks)) {
+        if (!entry.geometry || !volume.contains(entry.geometry->getBoundingBox())) continue;
+        ensureKdTree(entry.geometry.get());
+        probe->addChild(entry.geometry.get());
+    }
+    if (probe->getNumChildren() == 0) return false;
+    osgUtil::IntersectionVisitor visitor(picker.get());
+    probe->accept(visitor);
+    probe->removeChildren(0, probe->getNumChildren());
+
+    const osg::Vec3d eye = camera->getInverseViewMatrix().getTrans();
+    float nearest = std::numeric_limits<float>::max();
+    for (const osgUtil::PolytopeIntersector::Intersection& hit : picker->getIntersections()) {
+        int block = -1, index = -1;
+        osg::Vec3f at;
+        if (!hitPoint(hit.drawable.get(), hit.primitiveIndex, hit.localIntersectionPoint, &block, &index, &at))
+            continue;
+        const float distance = float((osg::Vec3d(at) - eye).length());
+        if (distance < nearest) {
+            nearest = distance;
+            *blockId = block;
+            *pointIndex = index;
+            if (position) *position = at;
+        }
+    }
+    if (*blockId < 0) return false;
+
+    if (attributes && m_pickReader) {
+        const ptCloud::stPtCloud_PointArray* points = m_pickReader->readBlock(*blockId);
+        if (points) points->getPeace(unsigned(*pointIndex), *attributes);
+    }
+    return true;
+}
+
+bool OsgGraphItem_PcDataSet::hitPoint(const osg::Drawable* drawable, unsigned int primitiveIndex,
+                                      const osg::Vec3d& near, int* blockId, int* pointIndex,
+                                      osg::Vec3f* position) const
+{
+    const auto found = m_blockOfGeometry.constFind(drawable);
+    if (found == m_blockOfGeometry.cend()) return false;
+    const osg::Geometry* geometry = drawable->asGeometry();
+    const auto* vertices = dynamic_cast<const osg::Vec3Array*>(geometry->getVertexArray());
+    if (!vertices || geometry->getNumPrimitiveSets() == 0) return false;
+    const PcBlockTile* tile = m_blocks.value(found.value()).tile;
+
+    const auto* triangles = dynamic_cast<const osg::DrawElementsUInt*>(geometry->getPrimitiveSet(0));
+    unsigned int vertex = primitiveIndex;
+    int stride = PcBlockTile::pointStride(tile->loadedLevel(), tile->pointCount());
+    if (triangles) {
+        // A mesh is drawn whole: the hit is the triangle corner nearest the
+        // hit point.
+        stride = 1;
+        const size_t first = size_t(primitiveIndex) * 3;
+        if (first + 2 >= triangles->size()) return false;
+        vertex = (*triangles)[first];
+        for (size_t k = 1; k < 3; ++k) {
+            const unsigned int v = (*triangles)[first + k];
+            if (v < vertices->size() && ((*vertices)[v] - near).length2() < ((*vertices)[vertex] - near).length2())
+                vertex = v;
+        }
+    }
+    if (vertex >= vertices->size()) return false;
+    *blockId = found.value();
+    *pointIndex = int(vertex) * stride;
+    *position = (*vertices)[vertex];
+    return true;
+}
+
+osg::BoundingBox OsgGraphItem_PcDataSet::dataBounds() const
+{
+    if (!m_bounds.valid()) return osg::BoundingBox();
+    return osg::BoundingBox(m_bounds.min.x, m_bounds.min.y, m_bounds.min.z, m_bounds.max.x, m_bounds.max.y,
+                            m_bounds.max.z);
+}
+
+QString OsgGraphItem_PcDataSet::dataSetName() const { return m_dataSetName; }
+
+ptCloud::PtCloud_DataSetFile* OsgGraphItem_PcDataSet::file() const { return m_file; }
+
+quint32 OsgGraphItem_PcDataSet::pointCount() const { return m_pointCount; }
+
+int OsgGraphItem_PcDataSet::blockCount() const { return m_blockCount; }
+
+quint64 OsgGraphItem_PcDataSet::drawnPointCount() const
+{
+    quint64 drawn = 0;
+    for (const BlockEntry& entry : m_blocks)
+        if (entry.geometry && entry.geometry->getVertexArray())
+            drawn += entry.geometry->getVertexArray()->getNumElements();
+    return drawn;
+}
+
+const osg::Geometry* OsgGraphItem_PcDataSet::blockGeometry(int blockId) const
+{
+    const auto it = m_blocks.constFind(blockId);
+    return it == m_blocks.cend() ? nullptr : it->geometry.get();
+}
