@@ -306,6 +306,13 @@ EEPtCloudActResult PtCloud_Controller::makeDataSet(const stControlParam_DataSet_
             break;
         }
     }
+    stPtCloud_DataSetHeader header;
+    header.type = DST_Points;
+    header.sort = DSS_Shuffled;
+    header.coloringMode = coloringFor(columns);
+    header.origin = origin;
+    header.columns = columns;
+    header.pointCount = total;  // lets the builder size its buckets from the start
     std::unique_ptr<PtCloud_DataSetBuilder> builder;
     PtCloud_ProgressRange readProgress(progress, 0, 50);
     quint64 done = 0;
@@ -319,8 +326,7 @@ EEPtCloudActResult PtCloud_Controller::makeDataSet(const stControlParam_DataSet_
             const qint64 n = reader.readChunk(chunk, kChunkPoints, columns, origin, &err);
             if (n < 0) return abandon(PCAR_FileError, key + QStringLiteral(": ") + err);
             if (n == 0) break;
-            if (!builder)
-                builder = makeBuilder(QDir(part).filePath(kPointsFile), columns, origin, minAbs, maxAbs, chunk);
+            if (!builder) builder = makeBuilder(QDir(part).filePath(kPointsFile), header, minAbs, maxAbs, chunk);
             if (!builder->addPoints(chunk, &err)) return abandon(PCAR_FileError, err);
             done += quint64(n);
             if (total) readProgress.setProgress(int(100 * done / total));
@@ -328,7 +334,7 @@ EEPtCloudActResult PtCloud_Controller::makeDataSet(const stControlParam_DataSet_
     }
     if (!builder) {  // no points at all: an empty dataset is still a dataset
         chunk = stPtCloud_PointArray();
-        builder = makeBuilder(QDir(part).filePath(kPointsFile), columns, origin, minAbs, maxAbs, chunk);
+        builder = makeBuilder(QDir(part).filePath(kPointsFile), header, minAbs, maxAbs, chunk);
     }
     PtCloud_ProgressRange writeProgress(progress, 50, 100);
     writeProgress.setProgressText(QStringLiteral("writing blocks"));
@@ -343,16 +349,12 @@ EEPtCloudActResult PtCloud_Controller::makeDataSet(const stControlParam_DataSet_
     return adoptDataSetFolder(name, rel, part);
 }
 
-std::unique_ptr<PtCloud_DataSetBuilder> PtCloud_Controller::makeBuilder(
-    const QString& path, const QList<EDataSetColumn>& columns, const pcVec3d& origin, const double minAbs[3],
-    const double maxAbs[3], const stPtCloud_PointArray& firstChunk) const
+std::unique_ptr<PtCloud_DataSetBuilder> PtCloud_Controller::makeBuilder(const QString& path,
+                                                                        const stPtCloud_DataSetHeader& header,
+                                                                        const double minAbs[3], const double maxAbs[3],
+                                                                        const stPtCloud_PointArray& firstChunk) const
 {
-    stPtCloud_DataSetHeader header;
-    header.type = DST_Points;
-    header.sort = DSS_Shuffled;
-    header.coloringMode = coloringFor(columns);
-    header.origin = origin;
-    header.columns = columns;
+    const pcVec3d& origin = header.origin;
     // Bucket the points over the header's box when it holds the first points;
     // otherwise over the first chunk's box (the builder copes with points
     // outside, only less evenly).

@@ -15,6 +15,7 @@ class PtCloudDataSet;
 class PtCloud_DataSetBuilder;
 class stPtCloud_PointArray;
 struct pcVec3d;
+struct stPtCloud_DataSetHeader;
 
 // The commands and queries of one project. Every change is written to the
 // project's manifest at once, atomically. All calls come from the GUI
@@ -72,10 +73,11 @@ private:
     bool saveManifest(QString* error) const;
     QString newDataSetFolder(const QString& name) const;
     EEPtCloudActResult adoptDataSetFolder(const QString& name, const QString& rel, const QString& partFolder);
-    std::unique_ptr<PtCloud_DataSetBuilder> makeBuilder(const QString& path, const QList<EDataSetColumn>& columns,
-                                                             const pcVec3d& origin, const double minAbs[3],
-                                                             const double maxAbs[3],
-                                                             const stPtCloud_PointArray& firstChunk) const;
+    // A builder for a new dataset, bucketing over the header bounds of its
+    // LAS files when they hold the first points read.
+    std::unique_ptr<PtCloud_DataSetBuilder> makeBuilder(const QString& path, const stPtCloud_DataSetHeader& header,
+                                                        const double minAbs[3], const double maxAbs[3],
+                                                        const stPtCloud_PointArray& firstChunk) const;
     static bool copyFolder(const QString& from, const QString& to);
     QString sourceFor(const QString& dataSetName) const;
 
