@@ -115,7 +115,7 @@ void Dlg_Progress_P3DWrapper::onCheckProgressTimer()
     }
     showFailure(result);
     m_finished = true;
-    if (result == PCAR_CrashedAndClose) reject();
+    if (result == PCAR_CrashedAndClose) QDialog::reject();
 }
 
 void Dlg_Progress_P3DWrapper::showFailure(EEPtCloudActResult result)
@@ -130,10 +130,18 @@ void Dlg_Progress_P3DWrapper::showFailure(EEPtCloudActResult result)
     line.mergeCharFormat(format);
 }
 
+void Dlg_Progress_P3DWrapper::reject()
+{
+    if (m_thread && !m_finished)
+        onClickedCancel();
+    else
+        QDialog::reject();
+}
+
 void Dlg_Progress_P3DWrapper::onClickedCancel()
 {
     if (m_finished) {
-        reject();
+        QDialog::reject();
         return;
     }
     // No result may be handled while the question is open: the dialog could
@@ -148,7 +156,7 @@ void Dlg_Progress_P3DWrapper::onClickedCancel()
     m_checkTimer.stop();
     blockTimer.unblock();
     stopCommand();
-    reject();
+    QDialog::reject();
 }
 
 void Dlg_Progress_P3DWrapper::stopCommand()

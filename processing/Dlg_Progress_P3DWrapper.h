@@ -37,6 +37,10 @@ public:
     int progress() override;
     QString progressText() override;
 
+    // Escape and the window's close button ask like the Cancel button while
+    // the command runs: stopping it may leave the dataset damaged.
+    void reject() override;
+
 protected:
     // Runs a command thread built by the caller: not started yet, owned from here on.
     Dlg_Progress_P3DWrapper(P3DWrapperThread* thread, QWidget* parent);
