@@ -9,7 +9,7 @@
 #include <thread>
 #include <utility>
 
-#include "ILongLiveActionProgress.h"
+#include "Algo_KdTree.h"
 
 namespace ptCloud {
 
@@ -24,6 +24,12 @@ namespace {
 constexpr float kGravity = 0.02f;
 // Share of a particle's velocity lost each step, so held particles settle.
 constexpr float kDamping = 0.01f;
+// The cloth has found its shape when for this many steps no particle has
+// landed and none moves by more than kSwayShare of the class threshold:
+// what still sways then hangs over an object, far above its points, and the
+// rest of the iterations would not change a label.
+constexpr int kCalmSteps = 50;
+constexpr double kSwayShare = 0.2;
 // Slope post-processing leaves alone a particle hanging more than a storey
 // above its surface: the cloth there spans an object, not a slope.
 constexpr float kSlopeMaxGap = 3.f;
@@ -64,6 +70,7 @@ struct Cloth {
     double x0 = 0.0, y0 = 0.0, res = 1.0;
     std::vector<float> height, previous, surface;
     std::vector<uint8_t> fixed;
+    std::vector<int> lo, hi;  // per row, the columns that may still move
 
     size_t index(int c, int r) const { return size_t(r) * size_t(cols) + size_t(c); }
     size_t count() const { return size_t(cols) * size_t(rows); }
@@ -97,24 +104,6 @@ struct Cloth {
     }
 };
 
-bool stopRequested(ILongLiveActionProgress* progress)
-{
-    return progress && progress->isStopRequested();
-}
-
-void report(ILongLiveActionProgress* progress, int value, const QString& text = QString())
-{
-    if (!progress) return;
-    if (!text.isEmpty()) progress->setProgressText(text);
-    progress->setProgress(value);
-}
-
-bool fail(QString* error, const QString& reason)
-{
-    if (error) *error = reason;
-    return false;
-}
-
 QString checkParams(const Algo_ClothFilter::Params& p)
 {
     if (!(p.classThreshold > 0.0)) return QObject::tr("class threshold must be positive");
@@ -132,15 +121,17 @@ QString checkParams(const Algo_ClothFilter::Params& p)
 // cell is a spike when it rises above every other measured cell within a
 // few point spacings by more than that distance (steeper than 45 degrees)
 // plus a metre.
-void dropSpikes(Cloth& cloth)
+bool dropSpikes(Cloth& cloth, Algo_KdTree::Job& job)
 {
     size_t measured = 0;
     for (float s : cloth.surface) measured += s != kNoSurface;
-    if (measured < 2) return;
+    if (measured < 2) return true;
     const double share = double(measured) / double(cloth.count());
     const int reach = std::clamp(int(std::ceil(2.0 / std::sqrt(share))), 2, 8);
     std::vector<uint8_t> spike(cloth.count(), 0);
-    parallelFor(size_t(cloth.rows), size_t(cloth.cols) * size_t(reach * reach), [&](size_t b, size_t e, size_t) {
+    // Chunks of rows small enough for a stop to be seen within milliseconds.
+    const size_t grain = std::max<size_t>(1, 1000000 / (size_t(cloth.cols) * size_t((2 * reach + 1) * (2 * reach + 1))));
+    const bool ok = job.parallelFor(size_t(cloth.rows), grain, [&](size_t b, size_t e) {
         for (int r = int(b); r < int(e); ++r)
             for (int c = 0; c < cloth.cols; ++c) {
                 const float s = cloth.surface[cloth.index(c, r)];
@@ -154,20 +145,22 @@ void dropSpikes(Cloth& cloth)
     });
     for (size_t i = 0; i < cloth.count(); ++i)
         if (spike[i]) cloth.surface[i] = kNoSurface;
+    return ok;
 }
 
 // Every particle gets the inverted height of the lowest point nearest to it;
+// false on stop.
 // particles without a point take the value of the nearest particle that has
 // one (breadth-first, so nearest in steps), which keeps holes in the data
 // from letting the cloth fall through.
-void buildSurface(const std::vector<pcVec3f>& points, Cloth& cloth)
+bool buildSurface(const std::vector<pcVec3f>& points, Cloth& cloth, Algo_KdTree::Job& job)
 {
     cloth.surface.assign(cloth.count(), kNoSurface);
     for (const pcVec3f& p : points) {
         float& s = cloth.surface[cloth.index(cloth.nearestColumn(p.x), cloth.nearestRow(p.y))];
         s = std::max(s, -p.z);
     }
-    dropSpikes(cloth);
+    if (!dropSpikes(cloth, job)) return false;
     std::deque<size_t> queue;
     for (size_t i = 0; i < cloth.count(); ++i)
         if (cloth.surface[i] != kNoSurface) queue.push_back(i);
@@ -180,6 +173,7 @@ void buildSurface(const std::vector<pcVec3f>& points, Cloth& cloth)
             queue.push_back(j);
         });
     }
+    return true;
 }
 
 // Moves the two ends of a spring towards each other, closing `share` of the
@@ -202,49 +196,77 @@ inline void pull(Cloth& cloth, size_t a, size_t b, float share)
 // One step: gravity on the free particles (Verlet with damping), then the
 // springs in four passes (even and odd horizontal pairs, even and odd
 // vertical pairs) so that no particle is written by two threads at once,
-// then collision with the surface. Returns the largest movement.
-float step(Cloth& cloth, float fallPerStep, float share)
+// then collision with the surface. Each row only visits the span of columns
+// that still holds free particles, which shrinks as the cloth settles.
+// Returns the largest movement and the number of particles that came to
+// rest on the surface.
+struct StepResult {
+    float moved = 0.f;
+    size_t landed = 0;
+};
+
+StepResult step(Cloth& cloth, float fallPerStep, float share)
 {
-    const size_t n = cloth.count();
-    parallelFor(n, 1, [&](size_t b, size_t e, size_t) {
-        for (size_t i = b; i < e; ++i) {
-            if (cloth.fixed[i]) continue;
-            const float h = cloth.height[i];
-            cloth.height[i] = h + (h - cloth.previous[i]) * (1.f - kDamping) - fallPerStep;
-            cloth.previous[i] = h;
-        }
+    const size_t rows = size_t(cloth.rows), cols = size_t(cloth.cols);
+    parallelFor(rows, cols, [&](size_t b, size_t e, size_t) {
+        for (size_t r = b; r < e; ++r)
+            for (int c = cloth.lo[r]; c <= cloth.hi[r]; ++c) {
+                const size_t i = cloth.index(c, int(r));
+                if (cloth.fixed[i]) continue;
+                const float h = cloth.height[i];
+                cloth.height[i] = h + (h - cloth.previous[i]) * (1.f - kDamping) - fallPerStep;
+                cloth.previous[i] = h;
+            }
     });
     for (int parity = 0; parity < 2; ++parity) {
-        parallelFor(size_t(cloth.rows), size_t(cloth.cols), [&](size_t b, size_t e, size_t) {
-            for (size_t r = b; r < e; ++r)
-                for (int c = parity; c + 1 < cloth.cols; c += 2)
+        parallelFor(rows, cols, [&](size_t b, size_t e, size_t) {
+            for (size_t r = b; r < e; ++r) {
+                int c = std::max(0, cloth.lo[r] - 1);
+                if (c % 2 != parity) ++c;
+                for (const int last = std::min(cloth.hi[r], cloth.cols - 2); c <= last; c += 2)
                     pull(cloth, cloth.index(c, int(r)), cloth.index(c + 1, int(r)), share);
+            }
         });
     }
     for (int parity = 0; parity < 2; ++parity) {
-        const size_t pairs = cloth.rows > parity ? size_t(cloth.rows - parity) / 2 : 0;
-        parallelFor(pairs, size_t(cloth.cols), [&](size_t b, size_t e, size_t) {
+        const size_t pairs = rows > size_t(parity) ? (rows - size_t(parity)) / 2 : 0;
+        parallelFor(pairs, cols, [&](size_t b, size_t e, size_t) {
             for (size_t k = b; k < e; ++k) {
-                const int r = parity + 2 * int(k);
-                for (int c = 0; c < cloth.cols; ++c) pull(cloth, cloth.index(c, r), cloth.index(c, r + 1), share);
+                const size_t r = size_t(parity) + 2 * k;
+                const int last = std::max(cloth.hi[r], cloth.hi[r + 1]);
+                for (int c = std::min(cloth.lo[r], cloth.lo[r + 1]); c <= last; ++c)
+                    pull(cloth, cloth.index(c, int(r)), cloth.index(c, int(r) + 1), share);
             }
         });
     }
     std::vector<float> largest(threadCount(), 0.f);
-    parallelFor(n, 1, [&](size_t b, size_t e, size_t part) {
+    std::vector<size_t> landed(threadCount(), 0);
+    parallelFor(rows, cols, [&](size_t b, size_t e, size_t part) {
         float local = 0.f;
-        for (size_t i = b; i < e; ++i) {
-            if (cloth.fixed[i]) continue;
-            if (cloth.height[i] <= cloth.surface[i]) {
-                cloth.height[i] = cloth.surface[i];
-                cloth.fixed[i] = 1;
+        for (size_t r = b; r < e; ++r) {
+            int lo = cloth.cols, hi = -1;
+            for (int c = cloth.lo[r]; c <= cloth.hi[r]; ++c) {
+                const size_t i = cloth.index(c, int(r));
+                if (cloth.fixed[i]) continue;
+                if (cloth.height[i] <= cloth.surface[i]) {
+                    cloth.height[i] = cloth.surface[i];
+                    cloth.fixed[i] = 1;
+                    ++landed[part];
+                } else {
+                    lo = std::min(lo, c);
+                    hi = c;
+                }
+                local = std::max(local, std::fabs(cloth.height[i] - cloth.previous[i]));
             }
-            local = std::max(local, std::fabs(cloth.height[i] - cloth.previous[i]));
+            cloth.lo[r] = lo;
+            cloth.hi[r] = hi;
         }
-        largest[part] = local;
+        largest[part] = std::max(largest[part], local);
     });
-    const float maxMove = *std::max_element(largest.begin(), largest.end());
-    return maxMove;
+    StepResult result;
+    result.moved = *std::max_element(largest.begin(), largest.end());
+    for (size_t n : landed) result.landed += n;
+    return result;
 }
 
 }  // namespace
@@ -270,13 +292,14 @@ bool Algo_ClothFilter::run(const std::vector<pcVec3f>& points, const Params& par
                            ILongLiveActionProgress* progress, QString* error)
 {
     const QString bad = checkParams(params);
-    if (!bad.isEmpty()) return fail(error, bad);
-    if (!labels) return fail(error, QObject::tr("no output for the labels"));
+    if (!bad.isEmpty()) return Algo_KdTree::Job::fail(error, bad);
+    if (!labels) return Algo_KdTree::Job::fail(error, QObject::tr("no output for the labels"));
     if (points.empty()) {
         labels->clear();
         return true;
     }
-    report(progress, 0, QObject::tr("Cloth filter: laying the cloth"));
+    Algo_KdTree::Job job(progress);
+    if (!job.phase(QObject::tr("Cloth filter: laying the cloth"), 0, 5)) return Algo_KdTree::Job::cancelled(error);
 
     pcBoundingBoxf box;
     for (const pcVec3f& p : points) box.expandBy(p);
@@ -288,7 +311,7 @@ bool Algo_ClothFilter::run(const std::vector<pcVec3f>& points, const Params& par
     const double rows = std::ceil((box.max.y - cloth.y0) / cloth.res) + 1 + kMargin;
     const size_t budget = maxParticles(points.size());
     if (cols * rows > double(budget))
-        return fail(error, QObject::tr("cloth resolution %1 m is too fine for a %2 x %3 m cloud (%4 particles, at most %5)")
+        return Algo_KdTree::Job::fail(error, QObject::tr("cloth resolution %1 m is too fine for a %2 x %3 m cloud (%4 particles, at most %5)")
                                .arg(params.clothResolution)
                                .arg(double(box.max.x - box.min.x), 0, 'f', 1)
                                .arg(double(box.max.y - box.min.y), 0, 'f', 1)
@@ -297,30 +320,31 @@ bool Algo_ClothFilter::run(const std::vector<pcVec3f>& points, const Params& par
     cloth.cols = int(cols);
     cloth.rows = int(rows);
 
-    buildSurface(points, cloth);
-    if (stopRequested(progress)) return fail(error, QStringLiteral("cancelled"));
-    report(progress, 5);
+    if (!buildSurface(points, cloth, job) || !job.step(1.0)) return Algo_KdTree::Job::cancelled(error);
 
     const float top = *std::max_element(cloth.surface.begin(), cloth.surface.end());
     cloth.height.assign(cloth.count(), top);
     cloth.previous = cloth.height;
     cloth.fixed.assign(cloth.count(), 0);
+    cloth.lo.assign(size_t(cloth.rows), 0);
+    cloth.hi.assign(size_t(cloth.rows), cloth.cols - 1);
 
     const float dt = float(params.timeStep);
     const float fallPerStep = kGravity * dt * dt;
     const float share = float(1.0 - std::pow(0.5, params.rigidness));
     // Settled: nothing moves by a hundredth of a first free-fall step.
     const float settled = 0.01f * fallPerStep;
-    report(progress, 5, QObject::tr("Cloth filter: simulating the cloth"));
-    for (int it = 0; it < params.iterations; ++it) {
-        if (stopRequested(progress)) return fail(error, QStringLiteral("cancelled"));
-        const float moved = step(cloth, fallPerStep, share);
-        report(progress, 5 + int(80.0 * (it + 1) / params.iterations));
-        if (moved < settled) break;
+    if (!job.phase(QObject::tr("Cloth filter: simulating the cloth"), 5, 85)) return Algo_KdTree::Job::cancelled(error);
+    const float swaying = float(kSwayShare * params.classThreshold);
+    for (int it = 0, calm = 0; it < params.iterations; ++it) {
+        const StepResult r = step(cloth, fallPerStep, share);
+        if (!job.step(double(it + 1) / params.iterations)) return Algo_KdTree::Job::cancelled(error);
+        calm = r.landed == 0 && r.moved < swaying ? calm + 1 : 0;
+        if (r.moved < settled || calm >= kCalmSteps) break;
     }
 
     if (params.slopeSmooth) {
-        report(progress, 85, QObject::tr("Cloth filter: smoothing slopes"));
+        if (!job.phase(QObject::tr("Cloth filter: smoothing slopes"), 85, 90)) return Algo_KdTree::Job::cancelled(error);
         const float limit = float(params.slopeHeightDifference);
         std::deque<size_t> queue;
         for (size_t i = 0; i < cloth.count(); ++i)
@@ -337,9 +361,7 @@ bool Algo_ClothFilter::run(const std::vector<pcVec3f>& points, const Params& par
             });
         }
     }
-    if (stopRequested(progress)) return fail(error, QStringLiteral("cancelled"));
-
-    report(progress, 90, QObject::tr("Cloth filter: classifying points"));
+    if (!job.phase(QObject::tr("Cloth filter: classifying points"), 90, 100)) return Algo_KdTree::Job::cancelled(error);
     std::vector<int> out(points.size());
     const float threshold = float(params.classThreshold);
     parallelFor(points.size(), 1, [&](size_t b, size_t e, size_t) {
@@ -348,9 +370,8 @@ bool Algo_ClothFilter::run(const std::vector<pcVec3f>& points, const Params& par
             out[i] = std::fabs(cloth.heightAt(p.x, p.y) + p.z) < threshold ? kGroundLabel : kObjectLabel;
         }
     });
-    if (stopRequested(progress)) return fail(error, QStringLiteral("cancelled"));
+    if (!job.step(1.0)) return Algo_KdTree::Job::cancelled(error);
     labels->swap(out);
-    report(progress, 100);
     return true;
 }
 
