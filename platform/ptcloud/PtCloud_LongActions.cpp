@@ -7,8 +7,14 @@
 
 #include "Algo_ClothFilter.h"
 #include "Algo_Contours.h"
+#include "Algo_Dbscan.h"
 #include "Algo_DemGrid.h"
+#include "Algo_EuclideanCluster.h"
+#include "Algo_FastEuclideanCluster.h"
 #include "Algo_HeightMap.h"
+#include "Algo_KMeans.h"
+#include "Algo_Mesh.h"
+#include "Algo_PatchworkGround.h"
 #include "Algo_PoissonDiskSample.h"
 #include "ILongLiveActionProgress.h"
 #include "PtCloud_BlockFileWriter.h"
@@ -143,7 +149,37 @@ bool PtCloud_LongActions::loadSource(stPtCloud_PointArray* all, stPtCloud_DataSe
 EEPtCloudActResult PtCloud_LongActions::doMesh(const stControlParam_DataSet_Do& p)
 {
     if (p.func == 3) return doDem(p);
-    return PCAR_CannotExecute;
+    if (p.func < 0 || p.func > 2) return PCAR_CannotExecute;
+    // The mesh dialog's lists: (fast normal, alpha), (fast normal, radius),
+    // (fast normal, depth, width, density divide).
+    static const int kSizes[3] = {2, 2, 4};
+    const QVariantList list = p.params.toList();
+    if (list.size() != kSizes[p.func] || p.targetName.isEmpty()) return PCAR_InvalidParameter;
+    Algo_Mesh::Params params;
+    params.method = Algo_Mesh::Method(p.func);
+    params.fastNormal = list[0].toBool();
+    if (p.func == 0) params.alpha = list[1].toDouble();
+    if (p.func == 1) params.ballRadius = list[1].toDouble();
+    if (p.func == 2) {
+        params.depth = list[1].toUInt();
+        params.width = list[2].toDouble();
+        params.densityDivide = list[3].toDouble();
+    }
+    stPtCloud_PointArray all;
+    stPtCloud_DataSetHeader header;
+    QString why;
+    if (!loadSource(&all, &header, &why)) return why == QLatin1String("cancelled") ? PCAR_Cancelled : PCAR_InvalidDataSet;
+    std::vector<pcVec3f> vertices, normals;
+    std::vector<unsigned int> triangles;
+    PtCloud_ProgressRange running(m_progress, 10, 90);
+    running.setProgressText(QStringLiteral("meshing"));
+    if (!Algo_Mesh::run(all.positions, params, vertices, triangles, &normals, &running, &why))
+        return failed(why, m_progress).code;
+    const Outcome o = writeMesh(p.targetName, header.origin, std::move(vertices), std::move(triangles),
+                                std::move(normals), m_progress);
+    if (!o.ok()) return o.code;
+    if (m_progress) m_progress->setProgress(100);
+    return PCAR_Success;
 }
 
 EEPtCloudActResult PtCloud_LongActions::doDem(const stControlParam_DataSet_Do& p)
@@ -223,24 +259,9 @@ EEPtCloudActResult PtCloud_LongActions::doSplit(const stControlParam_DataSet_Do&
     bool removeGround = false;  // keep the non-ground points only
     PtCloud_ProgressRange running(m_progress, 10, 85);
     const QVariantList list = p.params.toList();
-    switch (p.func) {
-    case 107: {
-        if (list.size() != 7) return PCAR_InvalidParameter;
-        Algo_ClothFilter::Params c;
-        c.slopeSmooth = list[0].toBool();
-        c.classThreshold = list[1].toDouble();
-        c.clothResolution = list[2].toDouble();
-        c.iterations = list[3].toInt();
-        c.rigidness = list[4].toInt();
-        c.timeStep = list[5].toDouble();
-        removeGround = list[6].toBool();
-        classes = true;
-        running.setProgressText(QStringLiteral("cloth simulation"));
-        if (!Algo_ClothFilter::run(all.positions, c, &labels, &running, &why)) return failed(why, m_progress).code;
-        break;
-    }
-    default:
-        return PCAR_CannotExecute;
+    if (!runSplit(p.func, list, all, &labels, &classes, &removeGround, &running, &why)) {
+        if (why.isEmpty()) return PCAR_InvalidParameter;
+        return failed(why, m_progress).code;
     }
 
     // Points labelled -1 (noise dropped, clusters out of range) leave the
@@ -265,6 +286,71 @@ EEPtCloudActResult PtCloud_LongActions::doSplit(const stControlParam_DataSet_Do&
     if (!o.ok()) return o.code;
     if (m_progress) m_progress->setProgress(100);
     return PCAR_Success;
+}
+
+bool PtCloud_LongActions::runSplit(int func, const QVariantList& list, const stPtCloud_PointArray& all,
+                                   std::vector<int>* labels, bool* classes, bool* removeGround,
+                                   ILongLiveActionProgress* progress, QString* why)
+{
+    // The split dialog's positional lists, page by page.
+    static const int kSizes[8] = {3, 2, 2, 3, 2, 5, 0, 7};
+    if (list.size() != kSizes[func - 100]) return false;
+    switch (func) {
+    case 100: {
+        Algo_Dbscan::Params c;
+        c.epsilon = list[0].toDouble();
+        c.minPts = list[1].toInt();
+        c.retainNoise = list[2].toBool();
+        progress->setProgressText(QStringLiteral("DBSCAN clustering"));
+        return Algo_Dbscan::run(all.positions, c, *labels, progress, why);
+    }
+    case 101:
+    case 102: {
+        Algo_KMeans::Params c;
+        c.maxIteration = list[0].toInt();
+        c.clusterNumber = list[1].toInt();
+        progress->setProgressText(QStringLiteral("k-means clustering"));
+        if (func == 101) return Algo_KMeans::run(all.positions, c, *labels, progress, why);
+        std::vector<float> intensity;
+        if (const quint16* v = all.columnData<quint16>(DSC_Intensity)) intensity.assign(v, v + all.count);
+        return Algo_KMeans::runExtra(all.positions, all.colors, intensity, c, *labels, progress, why);
+    }
+    case 103: {
+        Algo_EuclideanCluster::Params c;
+        c.tolerance = list[0].toDouble();
+        c.minCluster = list[1].toInt();
+        c.maxCluster = list[2].toInt();
+        progress->setProgressText(QStringLiteral("Euclidean clustering"));
+        return Algo_EuclideanCluster::run(all.positions, c, *labels, progress, why);
+    }
+    case 104: {
+        Algo_FastEuclideanCluster::Params c;
+        c.distanceThreshold = list[0].toDouble();
+        c.maxSize = list[1].toInt();
+        progress->setProgressText(QStringLiteral("fast Euclidean clustering"));
+        return Algo_FastEuclideanCluster::run(all.positions, c, *labels, progress, why);
+    }
+    case 106:
+        *classes = true;
+        progress->setProgressText(QStringLiteral("ground segmentation"));
+        return Algo_PatchworkGround::run(all.positions, Algo_PatchworkGround::Params(), labels, progress, why);
+    case 107: {
+        Algo_ClothFilter::Params c;
+        c.slopeSmooth = list[0].toBool();
+        c.classThreshold = list[1].toDouble();
+        c.clothResolution = list[2].toDouble();
+        c.iterations = list[3].toInt();
+        c.rigidness = list[4].toInt();
+        c.timeStep = list[5].toDouble();
+        *removeGround = list[6].toBool();
+        *classes = true;
+        progress->setProgressText(QStringLiteral("cloth simulation"));
+        return Algo_ClothFilter::run(all.positions, c, labels, progress, why);
+    }
+    default:
+        *why = QStringLiteral("this split method is not available");
+        return false;
+    }
 }
 
 EEPtCloudActResult PtCloud_LongActions::doSample(const stControlParam_DataSet_Do& p)

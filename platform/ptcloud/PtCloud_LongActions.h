@@ -1,6 +1,8 @@
 #pragma once
 
 #include <QString>
+#include <QVariantList>
+#include <vector>
 
 #include "ControlParams.h"
 #include "PtCloudEnums.h"
@@ -27,6 +29,10 @@ private:
     // Every point of the source in one array; false with a reason.
     bool loadSource(stPtCloud_PointArray* all, stPtCloud_DataSetHeader* header, QString* why);
     EEPtCloudActResult doDem(const stControlParam_DataSet_Do& p);
+    // Labels of every point by split method func (100-107) with the split
+    // dialog's list. False with an empty reason for a list of the wrong shape.
+    static bool runSplit(int func, const QVariantList& list, const stPtCloud_PointArray& all, std::vector<int>* labels,
+                         bool* classes, bool* removeGround, ILongLiveActionProgress* progress, QString* why);
 
     QString m_points;
     ILongLiveActionProgress* m_progress;

@@ -61,6 +61,10 @@ private slots:
     void initTestCase();
     void clothSplitFindsTheBuilding_data();
     void clothSplitFindsTheBuilding();
+    void splitMethodsSeparateRoofFromGround_data();
+    void splitMethodsSeparateRoofFromGround();
+    void meshMethodsMakeTriangles_data();
+    void meshMethodsMakeTriangles();
     void demMakesFourProducts();
     void sampleThinsByShare();
     void badCodesAndDataSets_data();
@@ -123,6 +127,93 @@ void TestLongActions::clothSplitFindsTheBuilding()
     if (removeGround) QCOMPARE(ground, 0);
     else QCOMPARE(ground + object, m_ground + m_building);
     QVERIFY(ds->addContent_Split(removeGround ? "objects" : "classes", target));
+}
+
+// The roof floats 6 m above the ground: every clustering method with a
+// tolerance under that finds exactly two groups, and the ground methods
+// put the roof alone on the non-ground side.
+void TestLongActions::splitMethodsSeparateRoofFromGround_data()
+{
+    QTest::addColumn<int>("func");
+    QTest::addColumn<QVariantList>("params");
+    QTest::newRow("dbscan") << 100 << QVariantList{0.75, 5, true};
+    QTest::newRow("kmeans") << 101 << QVariantList{10, 2};
+    QTest::newRow("kmeans extra") << 102 << QVariantList{10, 2};
+    QTest::newRow("euclidean") << 103 << QVariantList{0.75, 1, 1000000};
+    QTest::newRow("euclidean fast") << 104 << QVariantList{0.75, 50};
+    QTest::newRow("patchwork") << 106 << QVariantList{};
+}
+
+void TestLongActions::splitMethodsSeparateRoofFromGround()
+{
+    QFETCH(int, func);
+    QFETCH(QVariantList, params);
+    PtCloudDataSet* ds = m_c->getDataSet("scene");
+    PtCloud_DataSetFile* target = ds->createEmptyLocatedContent_Split(QStringLiteral("split %1").arg(func));
+    stControlParam_DataSet_Do_Split p;
+    p.dataSetName = "scene";
+    p.targetName = target->getFilepath();
+    p.func = func;
+    p.params = params;
+    QCOMPARE(m_c->doCmd_DataSet_Do_Split(p, nullptr), PCAR_Success);
+    QVERIFY(target->openFile());
+    QMap<int, std::tuple<unsigned int, pcBoundingBoxf>> blocks;
+    target->getBlocks(blocks);
+    // label -> (roof points, ground points)
+    QMap<int, QPair<int, int>> byLabel;
+    for (int id : blocks.keys()) {
+        const stPtCloud_PointArray* b = target->readBlock(id);
+        const qint32* label = b->columnData<qint32>(DSC_Label);
+        QVERIFY(label);
+        for (int i = 0; i < b->count; ++i) {
+            const pcVec3f& q = b->positions[size_t(i)];
+            const bool roof = inBox(float(b->origin.x - kX0 + q.x), float(b->origin.y - kY0 + q.y));
+            auto& counts = byLabel[label[i]];
+            (roof ? counts.first : counts.second)++;
+        }
+    }
+    if (func == 101 || func == 102) {
+        // k-means splits by place, not by gap: two clusters, each one side's points.
+        QCOMPARE(byLabel.size(), 2);
+    } else {
+        QCOMPARE(byLabel.size(), 2);
+        int misplaced = 0;
+        for (const auto& c : byLabel) misplaced += std::min(c.first, c.second);
+        QVERIFY2(misplaced <= (m_ground + m_building) / 100, qPrintable(QString::number(misplaced)));
+    }
+    delete target;
+}
+
+void TestLongActions::meshMethodsMakeTriangles_data()
+{
+    QTest::addColumn<int>("func");
+    QTest::addColumn<QVariantList>("params");
+    QTest::newRow("alpha") << 0 << QVariantList{true, 1.0};
+    QTest::newRow("ball pivoting") << 1 << QVariantList{true, 0.6};
+    QTest::newRow("poisson") << 2 << QVariantList{true, 7u, 0.12, 1.0};
+}
+
+void TestLongActions::meshMethodsMakeTriangles()
+{
+    QFETCH(int, func);
+    QFETCH(QVariantList, params);
+    PtCloudDataSet* ds = m_c->getDataSet("scene");
+    PtCloud_DataSetFile* target = ds->createEmptyLocatedContent_Mesh(QStringLiteral("mesh %1").arg(func));
+    stControlParam_DataSet_Do_Mesh p;
+    p.dataSetName = "scene";
+    p.targetName = target->getFilepath();
+    p.func = func;
+    p.params = params;
+    PtCloud_SimpleProgress progress;
+    QCOMPARE(m_c->doCmd_DataSet_Do_Mesh(p, &progress), PCAR_Success);
+    QVERIFY(target->openFile());
+    QCOMPARE(target->getDataSetType(), DST_Mesh);
+    const stPtCloud_PointArray* b = target->readBlock(0);
+    QVERIFY(b && b->triangles.size() >= 3 && b->triangles.size() % 3 == 0);
+    // Vertices stay within the scene's plan extent (Poisson may overshoot a little).
+    const pcBoundingBoxf box = b->computeBounds();
+    QVERIFY(box.max.x - box.min.x < kExtent * 1.3f);
+    QVERIFY(ds->addContent_Mesh(QStringLiteral("mesh %1").arg(func), target));
 }
 
 void TestLongActions::demMakesFourProducts()
