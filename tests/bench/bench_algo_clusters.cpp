@@ -21,6 +21,7 @@
 #include "Algo_Dbscan.h"
 #include "Algo_EuclideanCluster.h"
 #include "Algo_FastEuclideanCluster.h"
+#include "Algo_KMeans.h"
 #include "Algo_KdTree.h"
 #include "LasReader.h"
 
@@ -118,6 +119,21 @@ int main(int argc, char** argv) {
     });
     std::printf("fast Euclidean vs Euclidean: %.1fx wall, labels %s\n", euclid.wall / fast.wall,
                 fastLabels == labels ? "identical" : "differ");
+
+    timeIt("KMeans (101), 100 clusters, 10 it.", [&] {
+        Algo_KMeans::run(points, {10, 100}, labels, nullptr, &error);
+        return summary(labels);
+    });
+    timeIt("KMeans (101), 10000 clusters, 10 it.", [&] {
+        Algo_KMeans::run(points, {10, 10000}, labels, nullptr, &error);
+        return summary(labels);
+    });
+    std::vector<float> heights(points.size());
+    for (size_t i = 0; i < points.size(); ++i) heights[i] = points[i].z;
+    timeIt("KMeans Extra (102), intensity = z", [&] {
+        Algo_KMeans::runExtra(points, {}, heights, {10, 100}, labels, nullptr, &error);
+        return summary(labels);
+    });
 
     if (!skipOpen3d) {
         open3d::geometry::PointCloud cloud;

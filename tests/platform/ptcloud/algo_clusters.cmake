@@ -1,0 +1,4 @@
+# Clustering, normals and region growing.
+ptcloud_add_test(NAME tst_algo_clusters
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/tst_algo_clusters.cpp
+  LIBS ptcloud)
