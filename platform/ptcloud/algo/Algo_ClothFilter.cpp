@@ -115,8 +115,8 @@ QString checkParams(const Algo_ClothFilter::Params& p)
     return QString();
 }
 
-// A lone point far below everything around it (a multipath echo, a bird
-// hit under the ground) would stand in the inverted cloud as a pole that
+// A lone point far below everything around it (a multipath echo seen
+// through a window or off water) would stand in the inverted cloud as a pole that
 // holds the whole cloth up like a tent. Such cells lose their height: a
 // cell is a spike when it rises above every other measured cell within a
 // few point spacings by more than that distance (steeper than 45 degrees)
