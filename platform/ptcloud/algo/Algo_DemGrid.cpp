@@ -66,8 +66,9 @@ float interpolate(const std::vector<pcVec3f>& nb)
 // Fills the holes outside in: each hole takes the mean of its neighbours
 // that were known before it (its breadth-first layer). Then the filled nodes
 // relax towards the mean of their four neighbours, which makes the patch
-// the smoothest surface through its border: a plane stays a plane.
-void fillHoles(Algo_DemGrid::Grid& g)
+// the smoothest surface through its border: a plane stays a plane. False
+// on stop.
+bool fillHoles(Algo_DemGrid::Grid& g, Algo_KdTree::Job& job)
 {
     const size_t n = g.z.size();
     std::vector<int> layer(n, -1);
@@ -106,7 +107,8 @@ void fillHoles(Algo_DemGrid::Grid& g)
         g.z[i] = float(sum / count);
     }
     const int rounds = order.empty() ? 0 : std::min(kMostRelaxRounds, 10 * layer[order.back()] + 20);
-    for (int round = 0; round < rounds; ++round)
+    for (int round = 0; round < rounds; ++round) {
+        if (!job.step(double(round) / rounds)) return false;
         for (size_t i : order) {
             double sum = 0;
             int count = 0;
@@ -117,6 +119,8 @@ void fillHoles(Algo_DemGrid::Grid& g)
             if (r + 1 < size_t(g.rows)) sum += g.z[i + size_t(g.cols)], ++count;
             g.z[i] = float(g.z[i] + kOverRelax * (sum / count - g.z[i]));
         }
+    }
+    return true;
 }
 
 }  // namespace
@@ -248,8 +252,7 @@ bool Algo_DemGrid::build(const std::vector<pcVec3f>& points, const std::vector<i
     if (!ok) return Algo_KdTree::Job::cancelled(error);
 
     if (!job.phase(QObject::tr("DEM: filling holes"), 90, 100)) return Algo_KdTree::Job::cancelled(error);
-    fillHoles(g);
-    if (!job.step(1.0)) return Algo_KdTree::Job::cancelled(error);
+    if (!fillHoles(g, job) || !job.step(1.0)) return Algo_KdTree::Job::cancelled(error);
     *grid = std::move(g);
     return true;
 }
