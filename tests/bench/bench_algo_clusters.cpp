@@ -23,6 +23,8 @@
 #include "Algo_FastEuclideanCluster.h"
 #include "Algo_KMeans.h"
 #include "Algo_KdTree.h"
+#include "Algo_NormalEstimation.h"
+#include "Algo_RegionGrowing.h"
 #include "LasReader.h"
 
 using namespace ptCloud;
@@ -132,6 +134,17 @@ int main(int argc, char** argv) {
     for (size_t i = 0; i < points.size(); ++i) heights[i] = points[i].z;
     timeIt("KMeans Extra (102), intensity = z", [&] {
         Algo_KMeans::runExtra(points, {}, heights, {10, 100}, labels, nullptr, &error);
+        return summary(labels);
+    });
+
+    std::vector<pcVec3f> normals;
+    std::vector<float> curvature;
+    timeIt("normals, 20 neighbours", [&] {
+        Algo_NormalEstimation::run(points, {20}, normals, curvature, nullptr, &error);
+        return QString();
+    });
+    timeIt("region growing (105), defaults", [&] {
+        Algo_RegionGrowing::run(points, Algo_RegionGrowing::Params(), labels, nullptr, &error);
         return summary(labels);
     });
 
