@@ -169,7 +169,8 @@ double Algo_DemGrid::meanSpacing(const std::vector<pcVec3f>& points)
         for (const pcVec3f& p : points)
             used[size_t((p.y - box.min.y) / cell) * cols + size_t((p.x - box.min.x) / cell)] = 1;
         const double occupied = double(std::count(used.begin(), used.end(), uint8_t(1)));
-        spacing = std::sqrt(occupied * cell * cell / n);
+        // the raster can only overstate the area of a very small cloud
+        spacing = std::min(spacing, std::sqrt(occupied * cell * cell / n));
     }
     return spacing;
 }
@@ -252,6 +253,13 @@ bool Algo_DemGrid::build(const std::vector<pcVec3f>& points, const std::vector<i
     if (!ok) return Algo_KdTree::Job::cancelled(error);
 
     if (!job.phase(QObject::tr("DEM: filling holes"), 90, 100)) return Algo_KdTree::Job::cancelled(error);
+    if (std::all_of(g.z.begin(), g.z.end(), [](float z) { return std::isnan(z); })) {
+        // Too few ground points for any plane: the best surface they give is
+        // level at their mean height.
+        double sum = 0;
+        for (const pcVec3f& p : ground) sum += p.z;
+        std::fill(g.z.begin(), g.z.end(), float(sum / double(ground.size())));
+    }
     if (!fillHoles(g, job) || !job.step(1.0)) return Algo_KdTree::Job::cancelled(error);
     *grid = std::move(g);
     return true;

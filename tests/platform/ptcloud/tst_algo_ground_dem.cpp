@@ -3,6 +3,7 @@
 // analytically.
 #include <QFile>
 #include <QTemporaryDir>
+#include <QVector3D>
 #include <QtTest>
 #include <cmath>
 #include <functional>
@@ -64,6 +65,8 @@ private slots:
     void gridReproducesPlanes_data();
     void gridReproducesPlanes();
     void gridUsesOnlyGround();
+    void gridOfFewPoints_data();
+    void gridOfFewPoints();
     void gridRefuses_data();
     void gridRefuses();
     void meshOfGrid();
@@ -127,6 +130,29 @@ void TstAlgoGroundDem::gridUsesOnlyGround()
     QCOMPARE(hi, 2.f);
     // the automatic cell is twice the ground's spacing
     QVERIFY2(std::fabs(g.cell - 1.0) < 0.1, qPrintable(QString::number(g.cell)));
+}
+
+void TstAlgoGroundDem::gridOfFewPoints_data()
+{
+    QTest::addColumn<QList<QVector3D>>("points");
+    QTest::newRow("one point") << QList<QVector3D>{{3, 4, 7}};
+    QTest::newRow("two points") << QList<QVector3D>{{0, 0, 6}, {10, 0, 8}};
+}
+
+// Too few points for a plane anywhere: a level grid at their mean height.
+void TstAlgoGroundDem::gridOfFewPoints()
+{
+    QFETCH(QList<QVector3D>, points);
+    std::vector<pcVec3f> pts;
+    for (const QVector3D& p : points) pts.emplace_back(p.x(), p.y(), p.z());
+    Algo_DemGrid::Grid g;
+    QString error;
+    QVERIFY2(Algo_DemGrid::build(pts, {}, 2, Algo_DemGrid::Params(), &g, nullptr, &error), qPrintable(error));
+    QVERIFY(!g.z.empty());
+    for (float z : g.z) QCOMPARE(z, 7.f);
+    std::vector<PtCloud_ContourFile::Polyline> lines;
+    QVERIFY(Algo_Contours::trace(g, Algo_Contours::Params(), 0.0, &lines, nullptr, &error));
+    QVERIFY(lines.empty());
 }
 
 void TstAlgoGroundDem::gridRefuses_data()
@@ -194,6 +220,7 @@ void TstAlgoGroundDem::meanSpacing()
     const double s = Algo_DemGrid::meanSpacing(pts);
     QVERIFY2(std::fabs(s - 0.5) < 0.1, qPrintable(QString::number(s)));
     QCOMPARE(Algo_DemGrid::meanSpacing({pcVec3f(1, 1, 1)}), 0.0);
+    QCOMPARE(Algo_DemGrid::meanSpacing({pcVec3f(0, 0, 0), pcVec3f(10, 0, 0)}), 5.0);
 }
 
 void TstAlgoGroundDem::planeContoursAreStraight()
