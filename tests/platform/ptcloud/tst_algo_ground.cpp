@@ -188,10 +188,11 @@ void TstAlgoGround::clothScenes()
 
 // Published CSF results (Zhang et al. 2016, Table 3) with the parameters of
 // each sample's group. Our cloth differs from the authors' in its constants
-// (gravity, settling test, spike removal), so the same total error is not
-// expected to the digit; 3 percentage points is the spread between the good
-// filters of the ISPRS comparison, so a filter beyond it would no longer be
-// the same method at work.
+// (gravity, settling test, removal of deep echoes), so the same total error
+// is not expected to the digit. The established filters of the comparison
+// average 2.7 to 4.8 % total error, about two points apart; three points
+// above the published figure keeps our cloth within that family while
+// leaving room for those differences.
 void TstAlgoGround::clothIsprs_data()
 {
     QTest::addColumn<QString>("file");
