@@ -10,6 +10,7 @@
 #include "CliProjectCommands.h"
 #include "LasWriter.h"
 #include "PtCloudDataSet.h"
+#include "PtCloud_DataSetFile.h"
 #include "PtCloud_Controller.h"
 #include "PtCloud_Project.h"
 
@@ -55,6 +56,66 @@ void chooseScaleAndOffset(const CliDataSetSummary& summary, double scale[3], dou
     }
 }
 
+// The file of the dataset that --content names: split:NAME, mesh:NAME,
+// cut:NAME or dem-classify; none, the points. *labelled: a split, whose
+// labels become the classes of the export.
+bool contentFile(PtCloudDataSet* dataSet, const QString& content, QString* path, bool* labelled, QString* error)
+{
+    *labelled = false;
+    if (content.isEmpty()) {
+        *path = dataSet->getFilePath_Points();
+        return true;
+    }
+    if (content == QLatin1String("dem-classify")) {
+        if (!dataSet->getContent_Dem_Classify()) {
+            *error = QStringLiteral("dataset %1 has no DEM classification").arg(dataSet->getName());
+            return false;
+        }
+        *path = dataSet->getContent_Dem_Classify()->getFilepath();
+        return true;
+    }
+    const int colon = content.indexOf(QLatin1Char(':'));
+    const QString kind = content.left(colon), name = content.mid(colon + 1);
+    const QMap<QString, QMap<QString, PtCloud_DataSetFile*>*> kinds{
+        {QStringLiteral("split"), dataSet->getContent_Splits()},
+        {QStringLiteral("mesh"), dataSet->getContent_Meshs()},
+        {QStringLiteral("cut"), dataSet->getContent_Cuts()}};
+    if (colon < 0 || !kinds.contains(kind)) {
+        *error = QStringLiteral("--content is split:NAME, mesh:NAME, cut:NAME or dem-classify, not \"%1\"")
+                     .arg(content);
+        return false;
+    }
+    PtCloud_DataSetFile* file = kinds.value(kind)->value(name, nullptr);
+    if (!file) {
+        *error = QStringLiteral("dataset %1 has no %2 \"%3\"").arg(dataSet->getName(), kind, name);
+        return false;
+    }
+    *path = file->getFilepath();
+    *labelled = kind == QLatin1String("split");
+    return true;
+}
+
+// A split's labels as LAS classes, which hold one byte: a label beyond
+// that fails the export rather than turn into another split's class.
+bool labelsToClasses(stPtCloud_PointArray& block, QString* error)
+{
+    const qint32* labels = block.columnData<qint32>(DSC_Label);
+    if (!labels) {
+        *error = QStringLiteral("the split carries no labels");
+        return false;
+    }
+    if (!block.hasColumn(DSC_Classification)) block.addColumn(DSC_Classification);
+    quint8* classes = block.columnData<quint8>(DSC_Classification);
+    for (int i = 0; i < block.count; ++i) {
+        if (labels[i] < 0 || labels[i] > 255) {
+            *error = QStringLiteral("label %1 does not fit the LAS classification (0 to 255)").arg(labels[i]);
+            return false;
+        }
+        classes[i] = quint8(labels[i]);
+    }
+    return true;
+}
+
 }  // namespace
 
 QList<CliCommand> CliDataSetCommands::commands()
@@ -72,8 +133,9 @@ QList<CliCommand> CliDataSetCommands::commands()
          &CliDataSetCommands::merge},
         {words("info"), "DIR NAME [--json]", "counts, bounds, mean, columns and classes of a dataset", 2, 2,
          &CliDataSetCommands::info, {}, {"--json"}},
-        {words("export"), "DIR NAME OUT.las", "writes a dataset's points as a LAS 1.4 file", 3, 3,
-         &CliDataSetCommands::exportLas},
+        {words("export"), "DIR NAME OUT.las [--content split:NAME|mesh:NAME|cut:NAME|dem-classify]",
+         "writes a dataset's points, or one of its contents, as a LAS 1.4 file (a split's labels as classes)", 3, 3,
+         &CliDataSetCommands::exportLas, {"--content"}},
     };
 }
 
@@ -223,10 +285,11 @@ int CliDataSetCommands::exportLas(const CliArguments& args)
         const QString name = args.positional(1);
         PtCloudDataSet* dataSet = controller->getDataSet(name);
         if (!dataSet) return CliConsole::fail(QStringLiteral("no dataset %1").arg(name));
-        const QString points = dataSet->getFilePath_Points();
+        QString points, error;
+        bool labelled = false;
+        if (!contentFile(dataSet, args.value("--content"), &points, &labelled, &error)) return CliConsole::fail(error);
         // Two passes: the scale must be known before the first point is written.
         CliDataSetSummary summary;
-        QString error;
         {
             CliProgressBar bar(QStringLiteral("scanning %1").arg(name));
             if (!summary.compute(points, true, bar.sink(), &error)) return CliConsole::fail(error);
@@ -238,7 +301,11 @@ int CliDataSetCommands::exportLas(const CliArguments& args)
             return CliConsole::fail(error);
         CliProgressBar bar(QStringLiteral("exporting %1").arg(name));
         stPtCloud_DataSetHeader header;
-        auto write = [&](const stPtCloud_PointArray& block, QString* why) { return writer.write(block, why); };
+        auto write = [&](const stPtCloud_PointArray& block, QString* why) {
+            if (!labelled) return writer.write(block, why);
+            stPtCloud_PointArray classified = block;
+            return labelsToClasses(classified, why) && writer.write(classified, why);
+        };
         if (!CliBlockScan::run(points, bar.sink(), &header, write, &error) || !writer.close(&error))
             return CliConsole::fail(error);
         return 0;

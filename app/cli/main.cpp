@@ -7,6 +7,8 @@
 #include "CliGenerateCommands.h"
 #include "CliImportCommand.h"
 #include "CliProjectCommands.h"
+#include "CliRunCommands.h"
+#include "CliVolumeCommand.h"
 
 int main(int argc, char** argv)
 {
@@ -17,5 +19,7 @@ int main(int argc, char** argv)
     table.add(CliDataSetCommands::commands());
     table.add(CliImportCommand::commands());
     table.add(CliGenerateCommands::commands());
+    table.add(CliRunCommands::commands());
+    table.add(CliVolumeCommand::commands());
     return table.dispatch(QCoreApplication::arguments().mid(1));
 }
