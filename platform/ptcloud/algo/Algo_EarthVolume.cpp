@@ -14,8 +14,11 @@ constexpr quint8 kInside = 1;  // cell centre inside the boundary
 constexpr quint8 kBand = 2;    // cell may hold samples within one grid size of the outline
 constexpr quint8 kQueued = 4;  // cell waits in the fill front
 
-// Points between two stop polls: a few milliseconds of work.
-constexpr size_t kPollEvery = 1 << 16;
+// Items between two stop polls: a few milliseconds of work each.
+constexpr size_t kPointsPerPoll = 1 << 16;
+constexpr size_t kTrianglesPerPoll = 1 << 14;
+constexpr qint64 kCellsPerPoll = 1 << 20;
+constexpr size_t kFrontPerPoll = 1 << 16;  // cells being filled
 
 struct Edge {
     double ax, ay, bx, by;
@@ -67,8 +70,8 @@ public:
     bool finish(Algo_EarthVolume::Result& result);
 
 private:
-    void markInside();
-    void markBand();
+    bool markInside();
+    bool markBand();
     bool bandAverageOfCells();
     bool fillEmptyCells(qint64& filledInside);
     bool fail(const QString& why) { return Algo_KdTree::Job::fail(m_error, why); }
@@ -125,17 +128,16 @@ bool VolumeRun::prepare(const std::vector<pcVec3f>& boundary) {
     r.ny = qint64(ny);
     r.height.assign(size_t(r.size()), std::numeric_limits<float>::quiet_NaN());
     r.flags.assign(size_t(r.size()), 0);
-    markInside();
-    markBand();
-    return m_job.step(1.0) || cancelled();
+    return (markInside() && markBand()) || cancelled();
 }
 
 // Scanline at each row's centre height: the crossings with the outline pair
 // up into runs of inside cell centres.
-void VolumeRun::markInside() {
+bool VolumeRun::markInside() {
     Raster& r = m_raster;
     std::vector<double> xs;
     for (qint64 j = 0; j < r.ny; ++j) {
+        if (!m_job.step(0.5 * double(j) / double(r.ny))) return false;
         const double y = r.centreY(j);
         xs.clear();
         for (const Edge& e : m_edges) {
@@ -149,14 +151,17 @@ void VolumeRun::markInside() {
             for (qint64 i = i0; i < i1; ++i) r.flags[size_t(j * r.nx + i)] |= kInside;
         }
     }
+    return true;
 }
 
 // Walks every edge in steps of half a cell and marks the 5 x 5 cells around
 // each step: a superset of the cells holding samples within one grid size of
 // the outline (such a sample is at most 1.25 cells from some step).
-void VolumeRun::markBand() {
+bool VolumeRun::markBand() {
     Raster& r = m_raster;
-    for (const Edge& e : m_edges) {
+    for (size_t k = 0; k < m_edges.size(); ++k) {
+        if (!m_job.step(0.5 + 0.5 * double(k) / double(m_edges.size()))) return false;
+        const Edge& e = m_edges[k];
         const double len = std::hypot(e.bx - e.ax, e.by - e.ay);
         const qint64 steps = qint64(std::ceil(len / (0.5 * r.g))) + 1;
         for (qint64 s = 0; s <= steps; ++s) {
@@ -168,6 +173,7 @@ void VolumeRun::markBand() {
                     r.flags[size_t(j * r.nx + i)] |= kBand;
         }
     }
+    return true;
 }
 
 bool VolumeRun::binPoints(const std::vector<pcVec3f>& points) {
@@ -177,7 +183,7 @@ bool VolumeRun::binPoints(const std::vector<pcVec3f>& points) {
     const float top = float(m_params.maxTopHeight);
     if (!m_job.phase(QStringLiteral("binning points"), 5, 65)) return cancelled();
     for (size_t k = 0; k < points.size(); ++k) {
-        if (k % kPollEvery == 0 && !m_job.step(double(k) / double(points.size()))) return cancelled();
+        if (k % kPointsPerPoll == 0 && !m_job.step(0.9 * double(k) / double(points.size()))) return cancelled();
         const pcVec3f& p = points[k];
         qint64 cell = 0;
         if (!(p.z <= top) || !std::isfinite(p.z) || !r.cellOf(p.x, p.y, cell)) continue;
@@ -190,6 +196,8 @@ bool VolumeRun::binPoints(const std::vector<pcVec3f>& points) {
         }
     }
     for (size_t c = 0; c < count.size(); ++c) {
+        if (qint64(c) % kCellsPerPoll == 0 && !m_job.step(0.9 + 0.1 * double(c) / double(count.size())))
+            return cancelled();
         if (count[c] == 0) {
             r.height[c] = std::numeric_limits<float>::quiet_NaN();
         } else {
@@ -208,7 +216,7 @@ bool VolumeRun::sampleMesh(const std::vector<pcVec3f>& vertices, const std::vect
     const size_t nTri = triangles.size() / 3;
     if (!m_job.phase(QStringLiteral("sampling the mesh"), 5, 65)) return cancelled();
     for (size_t t = 0; t < nTri; ++t) {
-        if (t % kPollEvery == 0 && !m_job.step(double(t) / double(nTri))) return cancelled();
+        if (t % kTrianglesPerPoll == 0 && !m_job.step(double(t) / double(nTri))) return cancelled();
         const unsigned int* idx = &triangles[3 * t];
         if (idx[0] >= vertices.size() || idx[1] >= vertices.size() || idx[2] >= vertices.size())
             return fail(QStringLiteral("the mesh refers to a vertex it does not have"));
@@ -287,11 +295,11 @@ bool VolumeRun::fillEmptyCells(qint64& filledInside) {
     }
     filledInside = 0;
     qint64 filled = 0;
+    auto poll = [&](size_t k) { return k % kFrontPerPoll != 0 || m_job.step(double(filled) / double(empty)); };
     while (!front.empty()) {
-        if (!m_job.step(double(filled) / double(empty))) return cancelled();
-        filled += qint64(front.size());
         values.resize(front.size());
         for (size_t k = 0; k < front.size(); ++k) {
+            if (!poll(k)) return cancelled();
             const qint64 i = front[k] % r.nx, j = front[k] / r.nx;
             double sum = 0.0;
             int known = 0;
@@ -311,7 +319,11 @@ bool VolumeRun::fillEmptyCells(qint64& filledInside) {
             r.height[c] = values[k];
             if (r.flags[c] & kInside) ++filledInside;
         }
-        for (qint64 cell : front) enqueueEmptyNeighbours(cell % r.nx, cell / r.nx, next);
+        for (size_t k = 0; k < front.size(); ++k) {
+            if (!poll(k)) return cancelled();
+            enqueueEmptyNeighbours(front[k] % r.nx, front[k] / r.nx, next);
+        }
+        filled += qint64(front.size());
         front.swap(next);
     }
     return true;
@@ -334,6 +346,7 @@ bool VolumeRun::finish(Algo_EarthVolume::Result& result) {
     const Raster& r = m_raster;
     const double cellArea = r.g * r.g;
     for (qint64 c = 0; c < r.size(); ++c) {
+        if (c % kCellsPerPoll == 0 && !m_job.step(double(c) / double(r.size()))) return cancelled();
         if (!(r.flags[size_t(c)] & kInside)) continue;
         ++out.insideCells;
         const double d = double(r.height[size_t(c)]) - out.groundHeight;

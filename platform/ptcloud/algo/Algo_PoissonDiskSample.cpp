@@ -15,7 +15,7 @@ namespace {
 constexpr int kNeighbours = 6;   // neighbours whose distances give a point's spacing
 constexpr int kSmoothing = 16;   // neighbours (the point included) over which spacings are averaged
 constexpr size_t kSpacingChunk = 4096;    // spacing queries between stop polls
-constexpr size_t kCandidatePoll = 16384;  // dart-throwing candidates between stop polls
+constexpr size_t kCandidatePoll = 8192;  // dart-throwing candidates between stop polls
 constexpr int kMaxPasses = 30;
 constexpr int kSpacingEnd = 35;  // progress at the end of the spacing stage
 constexpr int kSearchEnd = 95;   // progress at the end of the scale search
@@ -233,6 +233,7 @@ bool DiskSampler::dropSurplus(KeptGrid& grid, double reach, size_t surplus, std:
     std::vector<float> weight(n, 0.f);
     std::priority_queue<Entry> heap;
     for (unsigned int i = 0; i < n; ++i) {
+        if (i % kCandidatePoll == 0 && !m_job.step(0.5 * double(i) / double(n))) return false;
         if (!keep[i]) continue;
         forEachPartner(i, [&](unsigned int, float w) { weight[i] += w; });
         heap.push({weight[i], rank[i], i});
@@ -242,7 +243,8 @@ bool DiskSampler::dropSurplus(KeptGrid& grid, double reach, size_t surplus, std:
         heap.pop();
         if (!keep[top.index] || top.weight != weight[top.index]) continue;  // stale
         keep[top.index] = 0;
-        if (++dropped % kCandidatePoll == 0 && !m_job.step(double(dropped) / double(surplus))) return false;
+        if (++dropped % kCandidatePoll == 0 && !m_job.step(0.5 + 0.5 * double(dropped) / double(surplus)))
+            return false;
         forEachPartner(top.index, [&](unsigned int j, float w) {
             weight[j] -= w;
             heap.push({weight[j], rank[j], j});
