@@ -11,12 +11,15 @@
 #include <QtTest>
 #include <cmath>
 #include <csignal>
+#include <memory>
 #include <set>
 
 #include "LasReader.h"
 #include "PtCloudDataSet.h"
+#include "PtCloud_BlockFileWriter.h"
 #include "PtCloud_ContourFile.h"
 #include "PtCloud_Controller.h"
+#include "PtCloud_DataSetFile.h"
 #include "PtCloud_DemoScene.h"
 #include "PtCloud_Project.h"
 #include "tst_cli_runner.h"
@@ -51,6 +54,30 @@ QMap<QString, QByteArray> filesOf(const QString& dir)
     return files;
 }
 
+// Adds a split "labelled" to dataset "demo" of a project: a row of points
+// carrying the given labels, as a clustering would leave them.
+bool addLabelledSplit(const QString& dir, const QList<int>& labels, QString* error)
+{
+    PtCloud_Project project;
+    if (!project.open(dir, error)) return false;
+    PtCloudDataSet* ds = project.getController()->getDataSet("demo");
+    std::unique_ptr<PtCloud_DataSetFile> file(ds->createEmptyLocatedContent_Split("labelled"));
+    stPtCloud_PointArray block;
+    block.origin = pcVec3d(500000.0, 4000000.0, 100.0);
+    for (int i = 0; i < labels.size(); ++i) block.positions.emplace_back(float(i), 0.f, 0.f);
+    block.count = labels.size();
+    block.addColumn(DSC_Label);
+    std::copy(labels.begin(), labels.end(), block.columnData<qint32>(DSC_Label));
+    stPtCloud_DataSetHeader header;
+    header.type = DST_Split;
+    header.coloringMode = CM_Cluster;
+    header.origin = block.origin;
+    header.columns = block.columnList();
+    PtCloud_BlockFileWriter writer(file->getFilepath());
+    if (!writer.begin(header, error) || !writer.writeBlock(0, block, error) || !writer.commit(error)) return false;
+    return ds->addContent_Split("labelled", file.release());
+}
+
 QString coordinates(double x, double y)
 {
     return QStringLiteral("%1,%2").arg(x, 0, 'f', 3).arg(y, 0, 'f', 3);
@@ -77,6 +104,8 @@ private slots:
     void demReplacesProducts();
     void clothSplitExportsClasses();
     void sampleKeepsShare();
+    void splitLabelsBecomeClasses_data();
+    void splitLabelsBecomeClasses();
     void refusals_data();
     void refusals();
     void interruptAdoptsNothing();
@@ -247,6 +276,36 @@ void TstCliRun::sampleKeepsShare()
     const QJsonObject info = TstCliRunner::info(p, "demo", &error);
     QVERIFY2(error.isEmpty(), qPrintable(error));
     QCOMPARE(info.value("points").toDouble(), std::round(0.25 * double(kScenePoints)));
+}
+
+void TstCliRun::splitLabelsBecomeClasses_data()
+{
+    QTest::addColumn<QList<int>>("labels");
+    QTest::addColumn<QString>("reason");  // empty: the export succeeds
+    QTest::newRow("clusters") << QList<int>{0, 1, 1, 7, 7, 7, 255} << QString();
+    QTest::newRow("beyond a byte") << QList<int>{3, 256, 4} << "label 256 does not fit";
+    QTest::newRow("negative") << QList<int>{3, -1} << "label -1 does not fit";
+}
+
+void TstCliRun::splitLabelsBecomeClasses()
+{
+    QFETCH(QList<int>, labels);
+    QFETCH(QString, reason);
+    const QString p = freshProject(QStringLiteral("labels %1").arg(QTest::currentDataTag()));
+    QString error;
+    QVERIFY2(addLabelledSplit(p, labels, &error), qPrintable(error));
+    if (reason.isEmpty()) {
+        QMap<int, quint64> expected;
+        for (int label : labels) ++expected[label];
+        QCOMPARE(exportedClasses(p, "split:labelled"), expected);
+        return;
+    }
+    // A class that would stand for another label is no export: nothing is written.
+    const QString las = m_tmp.filePath("wide.las");
+    const TstCliRunner::Result r =
+        TstCliRunner::run({"dataset", "export", p, "demo", las, "--content", "split:labelled"});
+    QVERIFY2(r.finished && r.exitCode == 1 && r.errLine().contains(reason), r.describe().constData());
+    QVERIFY(!QFileInfo::exists(las));
 }
 
 void TstCliRun::refusals_data()
