@@ -128,7 +128,10 @@ bool VolumeRun::prepare(const std::vector<pcVec3f>& boundary) {
     r.ny = qint64(ny);
     r.height.assign(size_t(r.size()), std::numeric_limits<float>::quiet_NaN());
     r.flags.assign(size_t(r.size()), 0);
-    return (markInside() && markBand()) || cancelled();
+    if (!markInside() || !markBand()) return cancelled();
+    if (std::none_of(r.flags.begin(), r.flags.end(), [](quint8 f) { return f & kInside; }))
+        return fail(QStringLiteral("no grid cell centre lies inside the boundary; use a smaller grid size"));
+    return true;
 }
 
 // Scanline at each row's centre height: the crossings with the outline pair

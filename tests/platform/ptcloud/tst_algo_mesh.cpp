@@ -105,7 +105,10 @@ private slots:
     void sphereBecomesAClosedSurface();
     void planeBecomesAFlatUpwardMesh_data();
     void planeBecomesAFlatUpwardMesh();
-    void alphaBelowTheSpacingMakesNoTriangles();
+    void sizesBelowTheSpacingMakeNoTriangles_data();
+    void sizesBelowTheSpacingMakeNoTriangles();
+    void coarsestPoissonStillCoversTheSphere_data();
+    void coarsestPoissonStillCoversTheSphere();
     void densityDivideKeepsTheDensestShare();
     void isDeterministic_data();
     void isDeterministic();
@@ -187,13 +190,44 @@ void TstAlgoMesh::planeBecomesAFlatUpwardMesh() {
     QVERIFY2(up >= int(0.95 * inside), qPrintable(QString("%1 of %2").arg(up).arg(inside)));
 }
 
-void TstAlgoMesh::alphaBelowTheSpacingMakesNoTriangles() {
-    const Algo_Mesh::Params p = params(Algo_Mesh::Method::AlphaShape, true, 0.2 * kPlaneSpacing);
+void TstAlgoMesh::sizesBelowTheSpacingMakeNoTriangles_data() {
+    QTest::addColumn<int>("method");
+    QTest::addColumn<double>("size");
+    QTest::newRow("alpha a fifth of the spacing") << int(Algo_Mesh::Method::AlphaShape) << 0.2 * kPlaneSpacing;
+    QTest::newRow("smallest alpha") << int(Algo_Mesh::Method::AlphaShape) << 0.0001;
+    QTest::newRow("smallest ball") << int(Algo_Mesh::Method::BallPivoting) << 0.0001;
+}
+
+void TstAlgoMesh::sizesBelowTheSpacingMakeNoTriangles() {
+    QFETCH(int, method);
+    QFETCH(double, size);
     Mesh mesh;
     QString error;
-    QVERIFY2(build(plane(), p, mesh, &error), qPrintable(error));
+    QVERIFY2(build(plane(), params(Algo_Mesh::Method(method), true, size), mesh, &error), qPrintable(error));
     QVERIFY(mesh.triangleCount() <= 10);
     QCOMPARE(mesh.vertices.size(), mesh.normals.size());
+}
+
+void TstAlgoMesh::coarsestPoissonStillCoversTheSphere_data() {
+    QTest::addColumn<unsigned int>("depth");
+    QTest::addColumn<double>("width");
+    QTest::newRow("depth 1, run as 2") << 1u << 0.0;
+    QTest::newRow("width wider than the sphere") << 8u << 10.0;
+}
+
+void TstAlgoMesh::coarsestPoissonStillCoversTheSphere() {
+    QFETCH(unsigned int, depth);
+    QFETCH(double, width);
+    Algo_Mesh::Params p = params(Algo_Mesh::Method::Poisson, false, depth);
+    p.width = width;
+    Mesh mesh;
+    QString error;
+    QVERIFY2(build(sphere(2000), p, mesh, &error), qPrintable(error));
+    QVERIFY(mesh.triangleCount() > 0);
+    // A coarse octree gives a rough blob, but one around the sphere's centre.
+    pcVec3f centre;
+    for (const pcVec3f& v : mesh.vertices) centre = centre + v * (1.f / float(mesh.vertices.size()));
+    QVERIFY2(centre.length() < 0.25f * kRadius, qPrintable(QString::number(centre.length())));
 }
 
 void TstAlgoMesh::densityDivideKeepsTheDensestShare() {

@@ -103,20 +103,24 @@ private slots:
 void TstAlgoSample::keepsExactlyTheTargetShare_data() {
     QTest::addColumn<double>("share");
     QTest::addColumn<double>("initFactor");
-    QTest::newRow("all") << 1.0 << 5.0;
-    QTest::newRow("half") << 0.5 << 5.0;
-    QTest::newRow("quarter") << 0.25 << 5.0;
-    QTest::newRow("quarter, first guess far too small") << 0.25 << 1.0;
-    QTest::newRow("quarter, first guess far too large") << 0.25 << 100.0;
-    QTest::newRow("a tenth") << 0.1 << 5.0;
-    QTest::newRow("the smallest share") << 0.01 << 5.0;
+    QTest::addColumn<double>("alpha");
+    QTest::newRow("all") << 1.0 << 5.0 << 1.0;
+    QTest::newRow("half") << 0.5 << 5.0 << 1.0;
+    QTest::newRow("quarter") << 0.25 << 5.0 << 1.0;
+    QTest::newRow("quarter, first guess far too small") << 0.25 << 1.0 << 1.0;
+    QTest::newRow("quarter, first guess far too large") << 0.25 << 100.0 << 1.0;
+    QTest::newRow("quarter, smallest alpha") << 0.25 << 5.0 << 0.0001;
+    QTest::newRow("quarter, largest alpha") << 0.25 << 5.0 << 100.0;
+    QTest::newRow("a tenth") << 0.1 << 5.0 << 1.0;
+    QTest::newRow("the smallest share") << 0.01 << 5.0 << 1.0;
 }
 
 void TstAlgoSample::keepsExactlyTheTargetShare() {
     QFETCH(double, share);
     QFETCH(double, initFactor);
+    QFETCH(double, alpha);
     const std::vector<pcVec3f> points = grid(150, kSpacing);
-    Algo_PoissonDiskSample::Params p = params(share);
+    Algo_PoissonDiskSample::Params p = params(share, alpha);
     p.initFactor = initFactor;
     const std::vector<unsigned int> kept = thin(points, p);
     QCOMPARE(kept.size(), size_t(std::llround(share * double(points.size()))));

@@ -246,6 +246,7 @@ void TstAlgoVolume::rejectsWhatItCannotMeasure_data() {
                                         << "no area";
     QTest::newRow("grid far too fine") << false << true << square(10) << 0.001 << false << "too fine";
     QTest::newRow("zero grid") << false << true << square(5) << 0.0 << false << "positive";
+    QTest::newRow("largest grid") << false << true << square(5) << 99999.0 << false << "smaller grid size";
     QTest::newRow("nothing near the outline to average")
         << false << true << square(14.9) << 0.05 << true << "to average";
     QTest::newRow("mesh elsewhere") << true << true << far << 0.1 << false << "does not reach";
