@@ -18,13 +18,9 @@ OsgGraphItem_Contour::OsgGraphItem_Contour(ptCloud::PtCloud_ContourFile* file) :
 
 OsgGraphItem_Contour::~OsgGraphItem_Contour() = default;
 
-void OsgGraphItem_Contour::setVisible(bool visible)
-{
-    m_shown = visible;
-    setNodeMask(visible ? ~0u : 0u);
-}
+void OsgGraphItem_Contour::setVisible(bool visible) { setNodeMask(visible ? ~0u : 0u); }
 
-bool OsgGraphItem_Contour::isVisible() const { return m_shown; }
+bool OsgGraphItem_Contour::isVisible() const { return getNodeMask() != 0u; }
 
 bool OsgGraphItem_Contour::rebuild()
 {

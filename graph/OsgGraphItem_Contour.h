@@ -23,5 +23,4 @@ protected:
 
 private:
     ptCloud::PtCloud_ContourFile* m_file;
-    bool m_shown = true;
 };

@@ -13,13 +13,9 @@ OsgGraphItem_DemMesh::OsgGraphItem_DemMesh(ptCloud::PtCloud_DataSetFile* file) :
 
 OsgGraphItem_DemMesh::~OsgGraphItem_DemMesh() = default;
 
-void OsgGraphItem_DemMesh::setVisible(bool visible)
-{
-    m_shown = visible;
-    setNodeMask(visible ? ~0u : 0u);
-}
+void OsgGraphItem_DemMesh::setVisible(bool visible) { setNodeMask(visible ? ~0u : 0u); }
 
-bool OsgGraphItem_DemMesh::isVisible() const { return m_shown; }
+bool OsgGraphItem_DemMesh::isVisible() const { return getNodeMask() != 0u; }
 
 bool OsgGraphItem_DemMesh::rebuild()
 {

@@ -24,5 +24,4 @@ protected:
 
 private:
     ptCloud::PtCloud_DataSetFile* m_file;
-    bool m_shown = true;
 };

@@ -25,13 +25,9 @@ void OsgGraphItem_VolumeArea::setFunction(ptCloud::EVolumeCalcFunction function)
     rebuild();
 }
 
-void OsgGraphItem_VolumeArea::setVisible(bool visible)
-{
-    m_shown = visible;
-    setNodeMask(visible ? ~0u : 0u);
-}
+void OsgGraphItem_VolumeArea::setVisible(bool visible) { setNodeMask(visible ? ~0u : 0u); }
 
-bool OsgGraphItem_VolumeArea::isVisible() const { return m_shown; }
+bool OsgGraphItem_VolumeArea::isVisible() const { return getNodeMask() != 0u; }
 
 QString OsgGraphItem_VolumeArea::name() const { return m_name; }
 

@@ -38,7 +38,6 @@ private:
     QString m_name;
     ptCloud::VolumeCalcArea* m_area;
     ptCloud::EVolumeCalcFunction m_function = ptCloud::VCF_Grid;
-    bool m_shown = true;
     osg::ref_ptr<osg::Geometry> m_boundary;
     osg::ref_ptr<osgText::Text> m_label;
 };
