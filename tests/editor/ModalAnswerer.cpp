@@ -5,6 +5,10 @@
 #include <QDialog>
 #include <QPushButton>
 
+namespace {
+const char* const kAnswered = "modalAnswererAnswered";
+}
+
 ModalAnswerer::ModalAnswerer(QMessageBox::StandardButton answer) : m_answer(answer)
 {
     connect(&m_timer, SIGNAL(timeout()), this, SLOT(poll()));
@@ -14,9 +18,10 @@ ModalAnswerer::ModalAnswerer(QMessageBox::StandardButton answer) : m_answer(answ
 void ModalAnswerer::poll()
 {
     QWidget* modal = QApplication::activeModalWidget();
-    if (!modal || !modal->isVisible() || modal == m_handled) return;
+    // A window answered once is marked: the next one may live at the same address.
+    if (!modal || !modal->isVisible() || modal->property(kAnswered).toBool()) return;
+    modal->setProperty(kAnswered, true);
     if (auto* box = qobject_cast<QMessageBox*>(modal)) {
-        m_handled = box;
         boxes.append({box->windowTitle(), box->text(), box->icon()});
         QAbstractButton* button = box->button(m_answer);
         if (!button) button = box->defaultButton();
@@ -26,7 +31,6 @@ void ModalAnswerer::poll()
     }
     auto* dialog = qobject_cast<QDialog*>(modal);
     if (!dialog || !m_handler) return;
-    m_handled = dialog;
     ++otherDialogs;
     m_handler(dialog);
 }

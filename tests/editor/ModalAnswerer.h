@@ -36,5 +36,4 @@ private:
     QTimer m_timer;
     QMessageBox::StandardButton m_answer;
     std::function<void(QDialog*)> m_handler;
-    QWidget* m_handled = nullptr;
 };

@@ -1,6 +1,9 @@
 #include "TestProject.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QImage>
 #include <QSettings>
 
 #include "LasWriter.h"
@@ -87,6 +90,9 @@ bool TestProject::writeDemFiles(const QString& dataSetName)
     PtCloudDataSet* ds = dataSet(dataSetName);
     if (!ds) return false;
     const QString points = ds->getFilePath_Points();
+    if (!QDir().mkpath(QFileInfo(ds->getFilePath_Dem_Mesh()).absolutePath()) ||
+        !QDir().mkpath(QFileInfo(ds->getFilePath_Dem_Contour()).absolutePath()))
+        return false;
     if (!QFile::copy(points, ds->getFilePath_Dem_Mesh()) || !QFile::copy(points, ds->getFilePath_Dem_Classify()))
         return false;
     PtCloud_DataSetFile reader(points);
@@ -96,6 +102,9 @@ bool TestProject::writeDemFiles(const QString& dataSetName)
         lines[size_t(k)].level = reader.getHeader().origin.z + k;
         lines[size_t(k)].points = {pcVec3f(0.f, 0.f, float(k)), pcVec3f(5.f, 0.f, float(k)), pcVec3f(5.f, 5.f, float(k))};
     }
+    QImage heightMap(32, 32, QImage::Format_RGB32);
+    heightMap.fill(Qt::darkGreen);
     QString error;
-    return PtCloud_ContourFile::write(ds->getFilePath_Dem_Contour(), reader.getHeader().origin, lines, &error);
+    return heightMap.save(ds->getFilePath_Dem_HeightMap(), "PNG") &&
+           PtCloud_ContourFile::write(ds->getFilePath_Dem_Contour(), reader.getHeader().origin, lines, &error);
 }

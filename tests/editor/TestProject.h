@@ -35,8 +35,9 @@ public:
     // A copy of the dataset's points as a named mesh ("mesh"), split
     // ("split") or cut ("cut"): a valid point file the scene can show.
     bool addPointCopy(const QString& dataSet, const QString& kind, const QString& name);
-    // The DEM mesh and classify as copies of the points and a two-line
-    // contour file, written where the dataset wants them, not yet adopted.
+    // The DEM mesh and classify as copies of the points, a two-line contour
+    // file and a 32 x 32 height map, written where the dataset wants them,
+    // not yet adopted.
     bool writeDemFiles(const QString& dataSet);
 
 private:
