@@ -29,7 +29,7 @@ using open3d::geometry::PointCloud;
 using open3d::geometry::TriangleMesh;
 using Job = Algo_KdTree::Job;
 
-constexpr size_t kConvertPoll = 1 << 18;  // points or vertices between stop polls
+constexpr size_t kConvertPoll = 1 << 16;  // points, vertices or triangles between stop polls
 constexpr auto kWorkerPoll = std::chrono::milliseconds(50);
 
 // Held by the worker during a library call. Never destroyed: a call left
@@ -255,11 +255,14 @@ bool MeshRun::mapVerticesToPoints(std::vector<int>& source) {
     const std::vector<Eigen::Vector3d>& verts = m_built->mesh->vertices_;
     std::unordered_map<VertexKey, int, VertexKeyHash> index;
     index.reserve(verts.size());
-    for (size_t v = 0; v < verts.size(); ++v) index.emplace(keyOf(verts[v]), int(v));
+    for (size_t v = 0; v < verts.size(); ++v) {
+        if (v % kConvertPoll == 0 && !m_job.step(0.2 * double(v) / double(verts.size()))) return cancelled();
+        index.emplace(keyOf(verts[v]), int(v));
+    }
     source.assign(verts.size(), -1);
     const std::vector<Eigen::Vector3d>& cloud = m_cloud->points_;
     for (size_t i = 0; i < cloud.size(); ++i) {
-        if (i % kConvertPoll == 0 && !m_job.step(0.5 * double(i) / double(cloud.size()))) return cancelled();
+        if (i % kConvertPoll == 0 && !m_job.step(0.2 + 0.2 * double(i) / double(cloud.size()))) return cancelled();
         const auto found = index.find(keyOf(cloud[i]));
         if (found != index.end()) source[size_t(found->second)] = int(i);
     }
@@ -298,7 +301,10 @@ bool MeshRun::collect(std::vector<pcVec3f>& vertices, std::vector<unsigned int>&
     std::vector<int> renumber(mesh.vertices_.size(), -1);
     std::vector<unsigned int> outTriangles;
     outTriangles.reserve(3 * mesh.triangles_.size());
-    for (const Eigen::Vector3i& t : mesh.triangles_) {
+    for (size_t k = 0; k < mesh.triangles_.size(); ++k) {
+        if (k % kConvertPoll == 0 && !m_job.step(0.4 + 0.3 * double(k) / double(mesh.triangles_.size())))
+            return cancelled();
+        const Eigen::Vector3i& t = mesh.triangles_[k];
         if (drop[size_t(t[0])] || drop[size_t(t[1])] || drop[size_t(t[2])]) continue;
         for (int c = 0; c < 3; ++c) {
             renumber[size_t(t[c])] = 0;
@@ -310,7 +316,7 @@ bool MeshRun::collect(std::vector<pcVec3f>& vertices, std::vector<unsigned int>&
     std::vector<pcVec3f> outVertices, outNormals;
     int next = 0;
     for (size_t v = 0; v < renumber.size(); ++v) {
-        if (v % kConvertPoll == 0 && !m_job.step(0.5 + 0.5 * double(v) / double(renumber.size()))) return cancelled();
+        if (v % kConvertPoll == 0 && !m_job.step(0.7 + 0.3 * double(v) / double(renumber.size()))) return cancelled();
         if (renumber[v] < 0) continue;
         renumber[v] = next++;
         Eigen::Vector3d n;
