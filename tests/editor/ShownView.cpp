@@ -14,3 +14,20 @@ std::unique_ptr<PtCloudWidget> ShownView::create(const QSize& size)
     QTest::qWait(50);
     return view;
 }
+
+bool ShownProject::make(std::initializer_list<std::pair<const char*, int>> grids, const ptCloud::pcVec3d& origin)
+{
+    if (!project.open()) return false;
+    for (const auto& grid : grids)
+        if (!project.addGridDataSet(QString::fromLatin1(grid.first), grid.second, origin)) return false;
+    return true;
+}
+
+bool ShownProject::show(const QSize& size)
+{
+    view = ShownView::create(size);
+    if (!view) return false;
+    view->onSceneOpened(project.scene());
+    scene = view->ptCloudScene();
+    return true;
+}

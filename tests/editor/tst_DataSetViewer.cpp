@@ -72,16 +72,13 @@ QString pageText(DataSetViewer* viewer)
 
 // The shown project: one dataset "survey", a 10 x 10 grid at a survey-sized
 // origin, with a mesh, a split, a cut, all four DEM products and an area list.
-struct Fixture {
-    TestProject project;
-    std::unique_ptr<PtCloudWidget> view;
-    PtCloudScene* scene = nullptr;
+struct Fixture : ShownProject {
     DataSetViewer* viewer = nullptr;
     QTreeWidget* tree = nullptr;
 
     bool make(bool withContents)
     {
-        if (!project.open() || !project.addGridDataSet("survey", 10, pcVec3d(500000, 4000000, 100))) return false;
+        if (!ShownProject::make({{"survey", 10}}, pcVec3d(500000, 4000000, 100))) return false;
         if (withContents) {
             PtCloudDataSet* ds = project.dataSet("survey");
             if (!project.addPointCopy("survey", "mesh", "m1") || !project.addPointCopy("survey", "split", "s1") ||
@@ -91,10 +88,7 @@ struct Fixture {
                 return false;
             ds->getContent_EarthVolume()->addArea("pile");
         }
-        view = ShownView::create(QSize(900, 700));
-        if (!view) return false;
-        view->onSceneOpened(project.scene());
-        scene = view->ptCloudScene();
+        if (!show(QSize(900, 700))) return false;
         viewer = scene->dataSetViewer();
         tree = viewer->findChild<QTreeWidget*>("treeWidget_dataset");
         return scene->currentDataSetName() == "survey" && tree;
@@ -416,14 +410,11 @@ void TestDataSetViewer::pointsPageShowsKnownNumbers()
 
 void TestDataSetViewer::demActionWithoutDemAsksNothing()
 {
-    TestProject project;
-    QVERIFY(project.open());
+    ShownProject shown;
     // A sloping plane dense enough for a ground model.
-    QVERIFY(project.addGridDataSet("ground", 60, pcVec3d(500000, 4000000, 100)));
-    const auto view = ShownView::create();
-    QVERIFY(view);
-    view->onSceneOpened(project.scene());
-    DataSetViewer* viewer = view->ptCloudScene()->dataSetViewer();
+    QVERIFY(shown.make({{"ground", 60}}, pcVec3d(500000, 4000000, 100)));
+    QVERIFY(shown.show());
+    DataSetViewer* viewer = shown.scene->dataSetViewer();
     ModalAnswerer answerer(QMessageBox::Yes);
     QString runner;
     answerer.setDialogHandler([&runner](QDialog* d) {
@@ -434,14 +425,14 @@ void TestDataSetViewer::demActionWithoutDemAsksNothing()
     viewer->onClickedTool_DEM();
     QCOMPARE(runner, QString("progress_bar_dlg"));
     QVERIFY2(answerer.boxes.isEmpty(), answerer.boxes.isEmpty() ? "" : qPrintable(answerer.boxes[0].text));
-    PtCloudDataSet* ds = project.dataSet("ground");
+    PtCloudDataSet* ds = shown.project.dataSet("ground");
     QVERIFY(ds->getContent_Dem_Mesh() && ds->getContent_Dem_HeightMap() && ds->getContent_Dem_Contour() &&
             ds->getContent_Dem_Classify());
     auto* tree = viewer->findChild<QTreeWidget*>("treeWidget_dataset");
     QCOMPARE(childTexts(tree->topLevelItem(2)), QStringList({"Mesh", "HeightMap", "Contour", "Classify"}));
-    QVERIFY(view->ptCloudScene()->hasContentItem(PtCloudScene::Content_DemMesh));
-    QVERIFY(view->ptCloudScene()->hasContentItem(PtCloudScene::Content_DemContour));
-    QVERIFY(view->ptCloudScene()->hasContentItem(PtCloudScene::Content_DemClassify));
+    QVERIFY(shown.scene->hasContentItem(PtCloudScene::Content_DemMesh));
+    QVERIFY(shown.scene->hasContentItem(PtCloudScene::Content_DemContour));
+    QVERIFY(shown.scene->hasContentItem(PtCloudScene::Content_DemClassify));
     // The classes of a plane: every point is ground or not, no point lost.
     viewer->onTreeWidgetItemClicked(findRow(tree, "Classify"), DataSetViewer::Column_Name);
     const QString text = pageText(viewer);

@@ -114,13 +114,10 @@ void TestPtCloudScene::projectWithoutDataSetsShowsNothing()
 
 void TestPtCloudScene::firstDataSetInNameOrder()
 {
-    TestProject project;
-    QVERIFY(project.open());
-    for (const char* name : {"mid", "Zeta", "alpha"}) QVERIFY(project.addGridDataSet(name, 10, pcVec3d(0, 0, 0)));
-    const auto shown = ShownView::create();
-    QVERIFY(shown);
-    PtCloudWidget& view = *shown;
-    view.onSceneOpened(project.scene());
+    ShownProject shown;
+    QVERIFY(shown.make({{"mid", 10}, {"Zeta", 10}, {"alpha", 10}}));
+    QVERIFY(shown.show());
+    PtCloudWidget& view = *shown.view;
     PtCloudScene* scene = view.ptCloudScene();
     // Map order is by code point: capitals first.
     QCOMPARE(scene->currentDataSetName(), QString("Zeta"));
@@ -138,14 +135,11 @@ void TestPtCloudScene::firstDataSetInNameOrder()
 
 void TestPtCloudScene::contentOfAnotherDataSetChangesNothing()
 {
-    TestProject project;
-    QVERIFY(project.open());
-    QVERIFY(project.addGridDataSet("a", 10, pcVec3d(0, 0, 0)));
-    QVERIFY(project.addGridDataSet("b", 10, pcVec3d(0, 0, 0)));
-    const auto shown = ShownView::create();
-    QVERIFY(shown);
-    PtCloudWidget& view = *shown;
-    view.onSceneOpened(project.scene());
+    ShownProject shown;
+    QVERIFY(shown.make({{"a", 10}, {"b", 10}}));
+    TestProject& project = shown.project;
+    QVERIFY(shown.show());
+    PtCloudWidget& view = *shown.view;
     PtCloudScene* scene = view.ptCloudScene();
     QCOMPARE(scene->currentDataSetName(), QString("a"));
     QVERIFY(project.addPointCopy("b", "mesh", "m"));
@@ -178,14 +172,12 @@ void TestPtCloudScene::addTwiceAndRemoveAbsentAreIgnored()
 {
     QFETCH(QString, kind);
     QFETCH(int, contentKind);
-    TestProject project;
-    QVERIFY(project.open());
-    QVERIFY(project.addGridDataSet("a", 10, pcVec3d(0, 0, 0)));
+    ShownProject shown;
+    QVERIFY(shown.make({{"a", 10}}));
+    TestProject& project = shown.project;
     QVERIFY(project.addPointCopy("a", kind, "x"));
-    const auto shown = ShownView::create();
-    QVERIFY(shown);
-    PtCloudWidget& view = *shown;
-    view.onSceneOpened(project.scene());
+    QVERIFY(shown.show());
+    PtCloudWidget& view = *shown.view;
     PtCloudScene* scene = view.ptCloudScene();
     QCOMPARE(sceneItems(view), 2u);
     const osg::Node* before = view.getRoot()->getChild(3);
@@ -212,14 +204,10 @@ void TestPtCloudScene::addTwiceAndRemoveAbsentAreIgnored()
 
 void TestPtCloudScene::showingTheShownDataSetDoesNothing()
 {
-    TestProject project;
-    QVERIFY(project.open());
-    QVERIFY(project.addGridDataSet("a", 10, pcVec3d(0, 0, 0)));
-    QVERIFY(project.addGridDataSet("b", 12, pcVec3d(0, 0, 0)));
-    const auto shown = ShownView::create();
-    QVERIFY(shown);
-    PtCloudWidget& view = *shown;
-    view.onSceneOpened(project.scene());
+    ShownProject shown;
+    QVERIFY(shown.make({{"a", 10}, {"b", 12}}));
+    QVERIFY(shown.show());
+    PtCloudWidget& view = *shown.view;
     PtCloudScene* scene = view.ptCloudScene();
     const OsgGraphItem_PcDataSet* item = scene->pointsItem();
     scene->showDataSet("a");
@@ -245,16 +233,14 @@ void TestPtCloudScene::demRemovalsLookAtTheDemMesh()
 {
     QFETCH(bool, meshFirst);
     QFETCH(bool, contourStays);
-    TestProject project;
-    QVERIFY(project.open());
-    QVERIFY(project.addGridDataSet("a", 10, pcVec3d(0, 0, 0)));
+    ShownProject shown;
+    QVERIFY(shown.make({{"a", 10}}));
+    TestProject& project = shown.project;
     QVERIFY(project.writeDemFiles("a"));
     PtCloudDataSet* ds = project.dataSet("a");
     QVERIFY(ds->setContent_Dem_Mesh() && ds->setContent_Dem_Contour() && ds->setContent_Dem_Classify());
-    const auto shown = ShownView::create();
-    QVERIFY(shown);
-    PtCloudWidget& view = *shown;
-    view.onSceneOpened(project.scene());
+    QVERIFY(shown.show());
+    PtCloudWidget& view = *shown.view;
     PtCloudScene* scene = view.ptCloudScene();
     QVERIFY(scene->hasContentItem(PtCloudScene::Content_DemMesh));
     QVERIFY(scene->hasContentItem(PtCloudScene::Content_DemContour));
@@ -281,14 +267,12 @@ void TestPtCloudScene::demRemovalsLookAtTheDemMesh()
 
 void TestPtCloudScene::renamedShownDataSetKeepsItsItems()
 {
-    TestProject project;
-    QVERIFY(project.open());
-    QVERIFY(project.addGridDataSet("a", 10, pcVec3d(0, 0, 0)));
+    ShownProject shown;
+    QVERIFY(shown.make({{"a", 10}}));
+    TestProject& project = shown.project;
     QVERIFY(project.addPointCopy("a", "mesh", "m"));
-    const auto shown = ShownView::create();
-    QVERIFY(shown);
-    PtCloudWidget& view = *shown;
-    view.onSceneOpened(project.scene());
+    QVERIFY(shown.show());
+    PtCloudWidget& view = *shown.view;
     PtCloudScene* scene = view.ptCloudScene();
     const OsgGraphItem_PcDataSet* points = scene->pointsItem();
     QCOMPARE(project.controller()->doCmd_DataSet_Rename({"a", "renamed"}), PCAR_Success);
@@ -303,15 +287,12 @@ void TestPtCloudScene::renamedShownDataSetKeepsItsItems()
 
 void TestPtCloudScene::removedShownDataSetIsTakenDown()
 {
-    TestProject project;
-    QVERIFY(project.open());
-    QVERIFY(project.addGridDataSet("a", 10, pcVec3d(0, 0, 0)));
-    QVERIFY(project.addGridDataSet("b", 12, pcVec3d(0, 0, 0)));
+    ShownProject shown;
+    QVERIFY(shown.make({{"a", 10}, {"b", 12}}));
+    TestProject& project = shown.project;
     QVERIFY(project.addPointCopy("a", "cut", "c"));
-    const auto shown = ShownView::create();
-    QVERIFY(shown);
-    PtCloudWidget& view = *shown;
-    view.onSceneOpened(project.scene());
+    QVERIFY(shown.show());
+    PtCloudWidget& view = *shown.view;
     PtCloudScene* scene = view.ptCloudScene();
     QCOMPARE(sceneItems(view), 2u);
     QCOMPARE(project.controller()->doCmd_DataSet_Remove({"a"}), PCAR_Success);
@@ -387,14 +368,10 @@ void TestPtCloudScene::windowCommandsNeedAScene()
 
 void TestPtCloudScene::focuseShowsTheChosenDataSet()
 {
-    TestProject project;
-    QVERIFY(project.open());
-    QVERIFY(project.addGridDataSet("a", 10, pcVec3d(0, 0, 0)));
-    QVERIFY(project.addGridDataSet("b", 12, pcVec3d(0, 0, 0)));
-    const auto shown = ShownView::create();
-    QVERIFY(shown);
-    PtCloudWidget& view = *shown;
-    view.onSceneOpened(project.scene());
+    ShownProject shown;
+    QVERIFY(shown.make({{"a", 10}, {"b", 12}}));
+    QVERIFY(shown.show());
+    PtCloudWidget& view = *shown.view;
     ModalAnswerer answerer;
     QString preselected;
     answerer.setDialogHandler([&preselected](QDialog* d) {
@@ -466,14 +443,12 @@ void TestPtCloudScene::pressGoesToTheOpenToolFirst()
 
 void TestPtCloudScene::closeTakesEverythingDown()
 {
-    TestProject project;
-    QVERIFY(project.open());
-    QVERIFY(project.addGridDataSet("a", 10, pcVec3d(0, 0, 0)));
+    ShownProject shown;
+    QVERIFY(shown.make({{"a", 10}}));
+    TestProject& project = shown.project;
     QVERIFY(project.addPointCopy("a", "mesh", "m"));
-    const auto shown = ShownView::create();
-    QVERIFY(shown);
-    PtCloudWidget& view = *shown;
-    view.onSceneOpened(project.scene());
+    QVERIFY(shown.show());
+    PtCloudWidget& view = *shown.view;
     QPointer<DataSetViewer> viewer = view.ptCloudScene()->dataSetViewer();
     QCOMPARE(sceneItems(view), 2u);
     view.close();
