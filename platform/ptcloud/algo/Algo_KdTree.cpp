@@ -269,14 +269,11 @@ void Algo_KdTree::buildSubtree(const Subtree& t, std::vector<Entry>& entries, co
     buildSubtree({m_nodes[static_cast<size_t>(t.node)].right, mid, t.end}, entries, counts);
 }
 
-float Algo_KdTree::boxDist2(const Node& n, const pcVec3f& q) {
-    const float c[3] = {q.x, q.y, q.z};
-    float d = 0.f;
-    for (int a = 0; a < 3; ++a) {
-        const float e = c[a] < n.lo[a] ? n.lo[a] - c[a] : (c[a] > n.hi[a] ? c[a] - n.hi[a] : 0.f);
-        d += e * e;
-    }
-    return d;
+inline float Algo_KdTree::boxDist2(const Node& n, const pcVec3f& q) {
+    const float ex = std::max(n.lo[0] - q.x, 0.f) + std::max(q.x - n.hi[0], 0.f);
+    const float ey = std::max(n.lo[1] - q.y, 0.f) + std::max(q.y - n.hi[1], 0.f);
+    const float ez = std::max(n.lo[2] - q.z, 0.f) + std::max(q.z - n.hi[2], 0.f);
+    return ex * ex + ey * ey + ez * ez;
 }
 
 float Algo_KdTree::boxFarDist2(const Node& n, const pcVec3f& q) {
@@ -294,8 +291,7 @@ void Algo_KdTree::knn(const pcVec3f& q, size_t k, float maxDist2, std::vector<Ne
     out.clear();
     if (k == 0 || m_nodes.empty()) return;
     const int32_t first = static_cast<int32_t>(from);
-    // `out` stays sorted on (dist2, index); an insertion moves a few
-    // neighbours, cheaper than a heap for the k the stages use
+    // `out` stays sorted on (dist2, index)
     auto before = [](const Neighbour& a, const Neighbour& b) {
         return a.dist2 < b.dist2 || (a.dist2 == b.dist2 && a.index < b.index);
     };
@@ -319,9 +315,14 @@ void Algo_KdTree::knn(const pcVec3f& q, size_t k, float maxDist2, std::vector<Ne
                 const Neighbour c{m_ids[static_cast<size_t>(i)], d2};
                 if (out.size() == k) {
                     if (!before(c, out.back())) continue;
-                    out.pop_back();
+                } else {
+                    out.push_back(c);
                 }
-                out.insert(std::upper_bound(out.begin(), out.end(), c, before), c);
+                // one insertion-sort step: measured faster than a binary
+                // search or a heap for the k the stages use
+                size_t j = out.size() - 1;
+                for (; j > 0 && before(c, out[j - 1]); --j) out[j] = out[j - 1];
+                out[j] = c;
                 if (out.size() == k) bound = out.back().dist2;
             }
             continue;
