@@ -7,6 +7,7 @@
 #include <QSet>
 #include <QThread>
 #include <cmath>
+#include <future>
 
 #include "LasReader.h"
 #include "PtCloudDataSet.h"
@@ -321,13 +322,27 @@ EEPtCloudActResult PtCloud_Controller::makeDataSet(const stControlParam_DataSet_
         QString err;
         if (!reader.open(d->las.value(key), &err)) return abandon(PCAR_FileError, key + QStringLiteral(": ") + err);
         readProgress.setProgressText(QStringLiteral("reading %1").arg(key));
+        // The next chunk is read and decoded on another thread while the
+        // builder takes this one; the two chunks take turns.
+        stPtCloud_PointArray ahead;
+        stPtCloud_PointArray* filling = &ahead;
+        stPtCloud_PointArray* taken = &chunk;
+        QString readError;
+        auto readAhead = [&] {
+            stPtCloud_PointArray* into = filling;
+            return std::async(std::launch::async,
+                              [&, into] { return reader.readChunk(*into, kChunkPoints, columns, origin, &readError); });
+        };
+        std::future<qint64> next = readAhead();
         for (;;) {
             if (readProgress.isStopRequested()) return abandon(PCAR_Cancelled, QStringLiteral("cancelled"));
-            const qint64 n = reader.readChunk(chunk, kChunkPoints, columns, origin, &err);
-            if (n < 0) return abandon(PCAR_FileError, key + QStringLiteral(": ") + err);
+            const qint64 n = next.get();
+            if (n < 0) return abandon(PCAR_FileError, key + QStringLiteral(": ") + readError);
             if (n == 0) break;
-            if (!builder) builder = makeBuilder(QDir(part).filePath(kPointsFile), header, minAbs, maxAbs, chunk);
-            if (!builder->addPoints(chunk, &err)) return abandon(PCAR_FileError, err);
+            std::swap(filling, taken);
+            next = readAhead();
+            if (!builder) builder = makeBuilder(QDir(part).filePath(kPointsFile), header, minAbs, maxAbs, *taken);
+            if (!builder->addPoints(*taken, &err)) return abandon(PCAR_FileError, err);
             done += quint64(n);
             if (total) readProgress.setProgress(int(100 * done / total));
         }

@@ -4,8 +4,15 @@
 #include <QFileInfo>
 #include <QTemporaryDir>
 #include <algorithm>
+#include <chrono>
 #include <cmath>
+#include <condition_variable>
 #include <cstring>
+#include <deque>
+#include <mutex>
+#include <numeric>
+#include <sys/mman.h>
+#include <thread>
 
 #include "ILongLiveActionProgress.h"
 #include "PtCloud_BlockFileFormat.h"
@@ -18,12 +25,20 @@ namespace {
 using Format = PtCloud_BlockFileFormat;
 
 // A bucket should hold a handful of blocks: large enough that its k-d split
-// makes well-shaped blocks, small enough to load at once.
+// makes well-shaped blocks, small enough to split at once.
 constexpr quint64 kBlocksPerBucket = 6;
 constexpr qint64 kMinBudget = 1ll << 20;
-constexpr qint64 kMinBucketBuffer = 16 << 10;
-constexpr qint64 kMaxBucketBuffer = 1 << 20;
+constexpr qint64 kMinSpillBuffer = 16 << 10;
+constexpr qint64 kMaxSpillBuffer = 1 << 20;
 constexpr int kMaxGridCells = 1 << 20;
+// Records are assembled this many at a time, so the batch stays in the cache
+// while its columns are interleaved and its records dealt out.
+constexpr size_t kBatchPoints = 4096;
+// Buckets' blocks between the thread that partitions and the one that writes:
+// one being written while the next is filled.
+constexpr int kOutputsInFlight = 2;
+// How often the writing thread looks at the stop request while it waits.
+constexpr std::chrono::milliseconds kStopPoll(50);
 
 quint64 splitMix(quint64& state)
 {
@@ -33,19 +48,82 @@ quint64 splitMix(quint64& state)
     return z ^ (z >> 31);
 }
 
-float axisOf(const pcVec3f& p, int axis)
+int floorLog2(quint64 v)
 {
-    return axis == 0 ? p.x : (axis == 1 ? p.y : p.z);
+    int n = 0;
+    while (v > 1) {
+        v >>= 1;
+        ++n;
+    }
+    return n;
+}
+
+// Copies one record. Records hold at least a position (12 bytes), so whole
+// 8-byte words and one overlapping last word cover any length without a call.
+inline void copyRecord(char* to, const char* from, size_t bytes)
+{
+    size_t i = 0;
+    for (; i + 8 <= bytes; i += 8) std::memcpy(to + i, from + i, 8);
+    if (i < bytes) std::memcpy(to + bytes - 8, from + bytes - 8, 8);
+}
+
+// Moves one column between packed values and records; the width is a
+// constant of each instance, so every value is a single move.
+template <size_t W> void packColumn(const uint8_t* values, size_t n, char* records, size_t stride)
+{
+    for (size_t i = 0; i < n; ++i) std::memcpy(records + i * stride, values + i * W, W);
+}
+
+template <size_t W> void unpackColumn(const char* records, size_t stride, size_t n, uint8_t* values)
+{
+    for (size_t i = 0; i < n; ++i) std::memcpy(values + i * W, records + i * stride, W);
+}
+
+// Point records live in memory mapped from the system for them alone: freed,
+// it goes back at once, whichever thread frees it, so the process shrinks as
+// buckets are written instead of keeping their room in the allocator's heap.
+struct Unmap {
+    size_t bytes = 0;
+    void operator()(char* p) const { munmap(p, bytes); }
+};
+using Memory = std::unique_ptr<char, Unmap>;
+
+Memory mapMemory(size_t bytes)
+{
+    void* p = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    return p == MAP_FAILED ? Memory(nullptr, Unmap{0}) : Memory(static_cast<char*>(p), Unmap{bytes});
+}
+
+using PackFn = void (*)(const uint8_t*, size_t, char*, size_t);
+using UnpackFn = void (*)(const char*, size_t, size_t, uint8_t*);
+
+template <size_t W> std::pair<PackFn, UnpackFn> columnMovers()
+{
+    return {&packColumn<W>, &unpackColumn<W>};
+}
+
+std::pair<PackFn, UnpackFn> columnMoversFor(int width)
+{
+    switch (width) {
+    case 1: return columnMovers<1>();
+    case 2: return columnMovers<2>();
+    case 4: return columnMovers<4>();
+    case 6: return columnMovers<6>();
+    case 8: return columnMovers<8>();
+    default: return columnMovers<12>();
+    }
 }
 
 }  // namespace
 
 struct PtCloud_DataSetBuilder::Impl {
-    // Where one column sits in a spilled point record.
+    // Where one column sits in a point record, and how it gets there and back.
     struct Slot {
         EDataSetColumn column;
-        int offset;
-        int width;
+        size_t offset;
+        size_t width;
+        PackFn pack;
+        UnpackFn unpack;
     };
 
     // A regular grid over a box; points outside fall into the edge cells.
@@ -93,14 +171,14 @@ struct PtCloud_DataSetBuilder::Impl {
 
         int cells() const { return dims[0] * dims[1] * dims[2]; }
 
-        int cellOf(const pcVec3f& p) const
+        quint32 cellOf(const pcVec3f& p) const
         {
             auto index = [this](float v, float lo, int a) {
                 const float t = (v - lo) * inv[a];
                 return t > 0.f ? (t < float(dims[a]) ? int(t) : dims[a] - 1) : 0;
             };
-            return (index(p.z, min.z, 2) * dims[1] + index(p.y, min.y, 1)) * dims[0] +
-                   index(p.x, min.x, 0);
+            return quint32((index(p.z, min.z, 2) * dims[1] + index(p.y, min.y, 1)) * dims[0] +
+                           index(p.x, min.x, 0));
         }
     };
 
@@ -109,11 +187,17 @@ struct PtCloud_DataSetBuilder::Impl {
         quint32 points;
     };
 
+    // The points of one grid cell. They stay in memory in slabs of
+    // 1 << shift records while the budget allows; a spilled bucket keeps one
+    // slab as the buffer of its chunks in the spill file.
     struct Bucket {
-        std::vector<char> buffer;  // records not yet spilled
+        std::vector<Memory> slabs;
+        int shift = 0;
+        quint32 fill = 0;  // records in the last slab
         std::vector<Chunk> chunks;
         quint64 points = 0;
         pcBoundingBoxf box;
+        bool spilled = false;
         bool inseparable = false;  // space does not split it: split by arrival order
     };
 
@@ -122,35 +206,72 @@ struct PtCloud_DataSetBuilder::Impl {
         quint32 record;
     };
 
+    struct Block {
+        int id;
+        size_t first;
+        size_t points;
+    };
+
+    // One bucket's blocks on their way from the partitioning thread to the
+    // writing one: their records one block after the other, each block's in
+    // shuffled order.
+    struct Output {
+        Memory records;
+        std::vector<Block> blocks;
+    };
+
     QString outPath;
     stPtCloud_DataSetHeader header;
     pcBoundingBoxf bounds;
     Options opt;
     std::vector<Slot> recordLayout;
-    int recordBytes = 0;
+    size_t recordBytes = 0;
     quint64 count = 0;
     bool finished = false;
     QString failure;  // sticky: after a failed addPoints nothing more is accepted
 
-    std::vector<char> staging;  // records before the grid is chosen
+    // Records before the grid is chosen (when neither the count nor the box
+    // was known at the start).
+    std::vector<char> staging;
     bool gridReady = false;
     Grid grid;
     std::vector<Bucket> buckets;
-    qint64 bucketBufferBytes = 0;
+    int memoryShift = 0;  // slab size of buckets in memory
+    int spillShift = 0;   // slab size of spilled buckets' buffers
+    qint64 resident = 0;  // bytes of every slab allocated
+    qint64 recordsLimit = 0;
+    qint64 inFlightBytes = 0;
+    qint64 recentOutputs[kOutputsInFlight] = {};  // bytes of the last buckets' outputs, latest first
 
     std::unique_ptr<QTemporaryDir> tempDir;
     std::unique_ptr<QFile> spill;
     quint64 spillSize = 0;
 
+    // addPoints' scratch
+    std::vector<char> batch;
+    std::vector<pcVec3f> rebased;
     std::vector<quint16> colorScratch;
+    std::vector<uint8_t> zeros;
+    std::vector<quint32> cells;
 
+    // finish: the partitioning thread hands finished blocks to the writing one
     ILongLiveActionProgress* progress = nullptr;
     quint64 pointsDone = 0;
     int lastPercent = -1;
     int nextBlockId = 0;
     std::unique_ptr<PtCloud_BlockFileWriter> writer;
-    stPtCloud_PointArray block;
+    std::vector<Output> outputs;
+    std::deque<int> readyOutputs, spareOutputs;
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool partitioned = false;  // the partitioning thread has no more blocks
+    bool abort = false;        // the writing thread gave up: stop partitioning
     std::vector<Item> items;
+    std::vector<quint32> blockOf;  // of each record of the bucket being split
+    std::vector<size_t> blockSizes;
+    std::vector<char> swapScratch;
+    stPtCloud_PointArray block;
+    std::vector<quint16> blockColors;
 
     Impl(const QString& path, const stPtCloud_DataSetHeader& h, const pcBoundingBoxf& b,
          const Options& o)
@@ -160,36 +281,65 @@ struct PtCloud_DataSetBuilder::Impl {
         opt.memoryBudgetBytes = std::max(opt.memoryBudgetBytes, kMinBudget);
         header.sort = opt.shuffle ? DSS_Shuffled : DSS_None;
         header.columns.clear();
-        recordBytes = columnValueBytes(DSC_Location);
+        recordBytes = size_t(columnValueBytes(DSC_Location));
         for (int c = 0; c < DSC_Count; ++c) {
             const EDataSetColumn col = EDataSetColumn(c);
             if (c != DSC_Location && !h.columns.contains(col)) continue;
             header.columns << col;
             if (c == DSC_Location) continue;
-            recordLayout.push_back({col, recordBytes, columnValueBytes(col)});
-            recordBytes += columnValueBytes(col);
+            const int width = columnValueBytes(col);
+            const auto movers = columnMoversFor(width);
+            recordLayout.push_back({col, recordBytes, size_t(width), movers.first, movers.second});
+            recordBytes += size_t(width);
         }
+        // The block being written, every column unpacked (colours as four
+        // floats); the buckets in flight are counted as they come.
+        inFlightBytes = qint64(recordBytes + 32) * opt.targetBlockPoints;
+        // Announced count and box: the buckets are known from the start and
+        // nothing needs staging.
+        if (header.pointCount > 0 && bounds.valid()) startGrid(header.pointCount, nullptr);
     }
-
-    // Points a bucket may hold to be split in memory: its records, the items
-    // sorted by the k-d split, and one block on its way out.
-    quint64 maxPointsInMemory() const
-    {
-        const qint64 blockBytes = qint64(opt.targetBlockPoints) * (recordBytes + 32) * 2;
-        const qint64 avail = std::max<qint64>(opt.memoryBudgetBytes * 3 / 4 - blockBytes,
-                                              opt.memoryBudgetBytes / 4);
-        return std::max<quint64>(quint64(avail / (recordBytes + qint64(sizeof(Item)))), 2);
-    }
-
-    // Points stay in memory while they could still be split there, so a
-    // dataset that fits the budget is never spilled.
-    qint64 stagingLimit() const { return qint64(maxPointsInMemory()) * recordBytes; }
 
     bool fail(const QString& why, QString* error)
     {
         if (error) *error = why;
         return false;
     }
+
+    qint64 budget() const { return opt.memoryBudgetBytes; }
+    qint64 slabBytes(int shift) const { return qint64(recordBytes) << shift; }
+    quint32 slabPoints(const Bucket& b) const { return quint32(1) << b.shift; }
+
+    char* recordAt(const Bucket& b, quint32 r) const
+    {
+        return b.slabs[r >> b.shift].get() + size_t(r & (slabPoints(b) - 1)) * recordBytes;
+    }
+
+    static pcVec3f positionOf(const char* record)
+    {
+        pcVec3f p;
+        std::memcpy(&p, record, sizeof p);
+        return p;
+    }
+
+    // Points a bucket may hold to be split now: its items, its output and
+    // its records when they must be read back, beside every record held and
+    // the outputs of the buckets before it, which may still be being written.
+    // It does not depend on how far the writing got: same input, same file.
+    quint64 splittablePoints(bool load) const
+    {
+        const qint64 perPoint = qint64(sizeof(Item) + sizeof(quint32) + recordBytes) + (load ? qint64(recordBytes) : 0);
+        const qint64 outputs = std::accumulate(recentOutputs, recentOutputs + kOutputsInFlight, qint64(0));
+        const qint64 avail = budget() - resident - outputs - inFlightBytes;
+        return std::max<quint64>(quint64(std::max<qint64>(avail, 0) / perPoint),
+                                 4 * quint64(opt.targetBlockPoints));
+    }
+
+    // Staging never takes more than a small share of the budget: its points
+    // are copied once more when the grid is chosen.
+    size_t stagingLimit() const { return size_t(budget() / 8); }
+
+    // --- spill file -------------------------------------------------------
 
     bool ensureSpill(QString* error)
     {
@@ -215,73 +365,208 @@ struct PtCloud_DataSetBuilder::Impl {
         tempDir.reset();
         buckets.clear();
         buckets.shrink_to_fit();
+        resident = 0;
     }
 
-    bool flush(Bucket& b, QString* error)
+    bool writeChunk(Bucket& b, const char* records, quint32 n, QString* error)
     {
-        if (b.buffer.empty()) return true;
+        if (n == 0) return true;
         if (!ensureSpill(error)) return false;
-        const qint64 n = qint64(b.buffer.size());
-        if (!spill->seek(qint64(spillSize)) || spill->write(b.buffer.data(), n) != n)
+        const qint64 bytes = qint64(n) * qint64(recordBytes);
+        if (!spill->seek(qint64(spillSize)) || spill->write(records, bytes) != bytes)
             return fail(QStringLiteral("cannot write the spill file: %1").arg(spill->errorString()),
                         error);
-        b.chunks.push_back({spillSize, quint32(quint64(n) / quint64(recordBytes))});
-        spillSize += quint64(n);
-        b.buffer.clear();
+        b.chunks.push_back({spillSize, n});
+        spillSize += quint64(bytes);
         return true;
     }
 
-    bool appendTo(Bucket& b, const char* record, QString* error)
+    bool readChunk(const Chunk& c, quint32 first, quint32 n, char* into, QString* error)
     {
-        if (b.buffer.capacity() == 0) b.buffer.reserve(size_t(bucketBufferBytes));
-        if (b.buffer.size() + size_t(recordBytes) > b.buffer.capacity() && !flush(b, error))
-            return false;
-        b.buffer.insert(b.buffer.end(), record, record + recordBytes);
-        pcVec3f p;
-        std::memcpy(&p, record, sizeof p);
-        b.box.expandBy(p);
-        ++b.points;
+        const qint64 bytes = qint64(n) * qint64(recordBytes);
+        if (!spill->seek(qint64(c.offset + quint64(first) * recordBytes)) || spill->read(into, bytes) != bytes)
+            return fail(QStringLiteral("cannot read the spill file: %1").arg(spill->errorString()),
+                        error);
         return true;
     }
 
-    void setBucketBuffers(size_t bucketCount)
+    void freeSlabs(Bucket& b)
     {
-        const qint64 share = opt.memoryBudgetBytes / 4 / qint64(std::max<size_t>(bucketCount, 1));
-        bucketBufferBytes = std::max<qint64>(std::min(share, kMaxBucketBuffer), recordBytes);
-        bucketBufferBytes -= bucketBufferBytes % recordBytes;
+        resident -= qint64(b.slabs.size()) * slabBytes(b.shift);
+        b.slabs.clear();
+        b.slabs.shrink_to_fit();
+        b.fill = 0;
     }
 
-    // Chooses the grid from the points staged so far and moves them into it.
-    bool startGrid(QString* error)
+    // Moves a bucket's records to the spill file; from now on it only keeps
+    // a small buffer.
+    bool spillBucket(Bucket& b, QString* error)
     {
-        const quint64 staged = staging.size() / size_t(recordBytes);
-        pcBoundingBoxf box = bounds;
-        if (!box.valid()) {
-            for (quint64 i = 0; i < staged; ++i) {
-                pcVec3f p;
-                std::memcpy(&p, staging.data() + i * quint64(recordBytes), sizeof p);
-                box.expandBy(p);
+        for (size_t s = 0; s < b.slabs.size(); ++s) {
+            const quint32 n = s + 1 == b.slabs.size() ? b.fill : slabPoints(b);
+            if (!writeChunk(b, b.slabs[s].get(), n, error)) return false;
+        }
+        freeSlabs(b);
+        b.spilled = true;
+        b.shift = spillShift;
+        return true;
+    }
+
+    // Writes out and frees a spilled bucket's buffer.
+    bool flushBuffer(Bucket& b, QString* error)
+    {
+        if (!b.spilled || b.slabs.empty()) return true;
+        if (!writeChunk(b, b.slabs.front().get(), b.fill, error)) return false;
+        freeSlabs(b);
+        return true;
+    }
+
+    // The in-memory bucket holding the most slabs, or null.
+    Bucket* largestInMemory()
+    {
+        Bucket* best = nullptr;
+        for (Bucket& b : buckets)
+            if (!b.spilled && !b.slabs.empty() && (!best || b.slabs.size() > best->slabs.size())) best = &b;
+        return best;
+    }
+
+    // Room for one more record of b: the next place in its last slab, a new
+    // slab (spilling the largest bucket first when the budget is spent) or,
+    // for a spilled bucket, its emptied buffer.
+    char* nextSlot(Bucket& b, QString* error)
+    {
+        if (!b.slabs.empty() && b.fill < slabPoints(b)) return recordAt(b, quint32(b.slabs.size() - 1) * slabPoints(b) + b.fill);
+        if (!b.spilled) {
+            while (resident + slabBytes(b.shift) > recordsLimit) {
+                Bucket* victim = largestInMemory();
+                if (!victim) break;
+                if (!spillBucket(*victim, error)) return nullptr;
+                if (victim == &b) break;
             }
         }
-        // Without an announced count, assume the stream goes on a while; a
-        // bucket that grows too large is split again on disk.
-        const quint64 expected = std::max<quint64>(header.pointCount, staged * 4);
-        const quint64 perBucket = kBlocksPerBucket * quint64(opt.targetBlockPoints);
-        quint64 cells = (expected + perBucket - 1) / perBucket;
-        cells = std::min<quint64>(cells, quint64(opt.memoryBudgetBytes / 4 / kMinBucketBuffer));
-        grid = Grid::over(box, cells);
-        buckets.assign(size_t(grid.cells()), Bucket());
-        setBucketBuffers(buckets.size());
-        gridReady = true;
-        for (quint64 i = 0; i < staged; ++i) {
-            const char* rec = staging.data() + i * quint64(recordBytes);
-            pcVec3f p;
-            std::memcpy(&p, rec, sizeof p);
-            if (!appendTo(buckets[size_t(grid.cellOf(p))], rec, error)) return false;
+        if (b.spilled && !b.slabs.empty()) {
+            if (!writeChunk(b, b.slabs.front().get(), b.fill, error)) return nullptr;
+            b.fill = 0;
+            return b.slabs.front().get();
         }
-        staging.clear();
-        staging.shrink_to_fit();
+        char* slab = addSlab(b);
+        if (!slab) fail(QStringLiteral("out of memory for %1 points").arg(count), error);
+        return slab;
+    }
+
+    char* addSlab(Bucket& b)
+    {
+        Memory slab = mapMemory(size_t(slabBytes(b.shift)));
+        if (!slab) return nullptr;
+        b.slabs.push_back(std::move(slab));
+        resident += slabBytes(b.shift);
+        b.fill = 0;
+        return b.slabs.back().get();
+    }
+
+    // Deals out n records to the buckets of the given indices.
+    bool distribute(const char* records, const quint32* to, size_t n, QString* error)
+    {
+        for (size_t i = 0; i < n; ++i) {
+            const char* rec = records + i * recordBytes;
+            Bucket& b = buckets[to[i]];
+            char* slot = nextSlot(b, error);
+            if (!slot) return false;
+            copyRecord(slot, rec, recordBytes);
+            ++b.fill;
+            ++b.points;
+            b.box.expandBy(positionOf(rec));
+        }
         return true;
+    }
+
+    bool distributeByGrid(const char* records, size_t n, QString* error)
+    {
+        for (size_t first = 0; first < n; first += kBatchPoints) {
+            const size_t m = std::min(kBatchPoints, n - first);
+            const char* part = records + first * recordBytes;
+            cells.resize(m);
+            for (size_t i = 0; i < m; ++i) cells[i] = grid.cellOf(positionOf(part + i * recordBytes));
+            if (!distribute(part, cells.data(), m, error)) return false;
+        }
+        return true;
+    }
+
+    // Chooses the grid for `expected` points (over the bounds, or over the
+    // staged points without them) and deals the staged points into it.
+    bool startGrid(quint64 expected, QString* error)
+    {
+        const size_t staged = staging.size() / recordBytes;
+        pcBoundingBoxf box = bounds;
+        if (!box.valid())
+            for (size_t i = 0; i < staged; ++i) box.expandBy(positionOf(staging.data() + i * recordBytes));
+        const quint64 perBucket = kBlocksPerBucket * quint64(opt.targetBlockPoints);
+        quint64 wanted = std::max<quint64>(1, (expected + perBucket - 1) / perBucket);
+        wanted = std::min<quint64>(wanted, quint64(budget() / 8 / kMinSpillBuffer));
+        grid = Grid::over(box, wanted);
+        buckets.clear();
+        buckets.resize(size_t(grid.cells()));
+        // Slabs of a sixteenth of the expected bucket waste little memory in
+        // the last, partly filled one.
+        const quint64 expectedPerBucket = std::max<quint64>(expected / quint64(grid.cells()), 1);
+        memoryShift = std::min(16, std::max(10, floorLog2(expectedPerBucket / 16)));
+        const qint64 spillBuffer = std::min(kMaxSpillBuffer, std::max(kMinSpillBuffer, budget() / 8 / grid.cells()));
+        spillShift = floorLog2(quint64(std::max<qint64>(spillBuffer / qint64(recordBytes), 1)));
+        for (Bucket& b : buckets) b.shift = memoryShift;
+        const qint64 itemsReserve = 2 * qint64(std::min<quint64>(expectedPerBucket, quint64(1) << 31)) * qint64(sizeof(Item));
+        recordsLimit = std::max(budget() - inFlightBytes - itemsReserve, budget() / 2);
+        gridReady = true;
+        if (!distributeByGrid(staging.data(), staged, error)) return false;
+        std::vector<char>().swap(staging);
+        return true;
+    }
+
+    // Interleaves points [first, first + n) of chunk into batch records.
+    void assemble(const stPtCloud_PointArray& chunk, const std::vector<const uint8_t*>& sources,
+                  size_t first, size_t n)
+    {
+        batch.resize(n * recordBytes);
+        const pcVec3f* positions = chunk.positions.data() + first;
+        if (chunk.origin != header.origin) {
+            const double dx = chunk.origin.x - header.origin.x;
+            const double dy = chunk.origin.y - header.origin.y;
+            const double dz = chunk.origin.z - header.origin.z;
+            rebased.resize(n);
+            for (size_t i = 0; i < n; ++i) {
+                const pcVec3f& p = positions[i];
+                rebased[i] = pcVec3f(float(dx + p.x), float(dy + p.y), float(dz + p.z));
+            }
+            positions = rebased.data();
+        }
+        packColumn<sizeof(pcVec3f)>(reinterpret_cast<const uint8_t*>(positions), n, batch.data(), recordBytes);
+        for (size_t s = 0; s < recordLayout.size(); ++s) {
+            const Slot& slot = recordLayout[s];
+            const uint8_t* values = zeros.data();
+            if (slot.column == DSC_Color && sources[s]) {
+                colorScratch.resize(n * 3);
+                Format::encodeColors(chunk.colors.data() + first, n, colorScratch.data());
+                values = reinterpret_cast<const uint8_t*>(colorScratch.data());
+            } else if (sources[s]) {
+                values = sources[s] + first * slot.width;
+            }
+            slot.pack(values, n, batch.data() + slot.offset, recordBytes);
+        }
+    }
+
+    bool place(const char* records, size_t n, QString* error)
+    {
+        if (!gridReady) {
+            if (staging.size() + n * recordBytes <= stagingLimit()) {
+                if (staging.empty()) staging.reserve(stagingLimit());
+                staging.insert(staging.end(), records, records + n * recordBytes);
+                return true;
+            }
+            // Without an announced count, assume the stream goes on a while;
+            // a bucket that grows too large is split again later.
+            const quint64 known = staging.size() / recordBytes + n;
+            if (!startGrid(std::max<quint64>(header.pointCount, known * 4), error)) return false;
+        }
+        return distributeByGrid(records, n, error);
     }
 
     bool addPoints(const stPtCloud_PointArray& chunk, QString* error)
@@ -301,36 +586,20 @@ struct PtCloud_DataSetBuilder::Impl {
         for (size_t s = 0; s < recordLayout.size(); ++s) {
             const EDataSetColumn c = recordLayout[s].column;
             if (c == DSC_Color && chunk.colors.size() == n) {
-                colorScratch.resize(n * 3);
-                Format::encodeColors(chunk.colors.data(), n, colorScratch.data());
-                sources[s] = reinterpret_cast<const uint8_t*>(colorScratch.data());
+                sources[s] = reinterpret_cast<const uint8_t*>(chunk.colors.data());
             } else if (c == DSC_Normal && chunk.normals.size() == n) {
                 sources[s] = reinterpret_cast<const uint8_t*>(chunk.normals.data());
             } else {
                 const auto it = chunk.columns.find(c);
-                if (it != chunk.columns.end() && it->second.size() == n * size_t(recordLayout[s].width))
+                if (it != chunk.columns.end() && it->second.size() == n * recordLayout[s].width)
                     sources[s] = it->second.data();
             }
         }
-        const double dx = chunk.origin.x - header.origin.x;
-        const double dy = chunk.origin.y - header.origin.y;
-        const double dz = chunk.origin.z - header.origin.z;
-        const bool rebase = chunk.origin != header.origin;
-
-        std::vector<char> record(static_cast<size_t>(recordBytes));
-        for (size_t i = 0; i < n; ++i) {
-            pcVec3f p = chunk.positions[i];
-            if (rebase) p = pcVec3f(float(dx + p.x), float(dy + p.y), float(dz + p.z));
-            char* rec = record.data();
-            std::memcpy(rec, &p, sizeof p);
-            for (size_t s = 0; s < recordLayout.size(); ++s) {
-                const Slot& slot = recordLayout[s];
-                if (sources[s])
-                    std::memcpy(rec + slot.offset, sources[s] + i * size_t(slot.width), size_t(slot.width));
-                else
-                    std::memset(rec + slot.offset, 0, size_t(slot.width));
-            }
-            if (!place(rec, p, error)) {
+        zeros.resize(kBatchPoints * sizeof(pcVec3f), 0);
+        for (size_t first = 0; first < n; first += kBatchPoints) {
+            const size_t m = std::min(kBatchPoints, n - first);
+            assemble(chunk, sources, first, m);
+            if (!place(batch.data(), m, error)) {
                 failure = error ? *error : QStringLiteral("cannot spill points");
                 return false;
             }
@@ -339,19 +608,231 @@ struct PtCloud_DataSetBuilder::Impl {
         return true;
     }
 
-    bool place(const char* rec, const pcVec3f& p, QString* error)
+    // --- finish: partitioning thread --------------------------------------
+
+    bool aborted()
     {
-        if (!gridReady) {
-            if (qint64(staging.size() + size_t(recordBytes)) <= stagingLimit()) {
-                staging.insert(staging.end(), rec, rec + recordBytes);
-                return true;
-            }
-            if (!startGrid(error)) return false;
-        }
-        return appendTo(buckets[size_t(grid.cellOf(p))], rec, error);
+        std::lock_guard<std::mutex> lock(mutex);
+        return abort;
     }
 
-    // --- finish -----------------------------------------------------------
+    // Reads a spilled bucket back into slabs; the caller made sure it fits.
+    bool loadBucket(Bucket& b, QString* error)
+    {
+        if (!flushBuffer(b, error)) return false;
+        std::vector<Chunk> chunks;
+        chunks.swap(b.chunks);
+        b.spilled = false;
+        b.shift = memoryShift;
+        for (const Chunk& c : chunks) {
+            for (quint32 done = 0; done < c.points;) {
+                if ((b.slabs.empty() || b.fill == slabPoints(b)) && !addSlab(b))
+                    return fail(QStringLiteral("out of memory for %1 points").arg(b.points), error);
+                const quint32 n = std::min(c.points - done, slabPoints(b) - b.fill);
+                char* slot = b.slabs.back().get() + size_t(b.fill) * recordBytes;
+                if (!readChunk(c, done, n, slot, error)) return false;
+                b.fill += n;
+                done += n;
+            }
+        }
+        return true;
+    }
+
+    // Splits an over-large bucket into new ones, by space or, when space does
+    // not separate its points, by arrival order. Its slabs are freed as they
+    // are dealt out, so memory does not grow.
+    bool rebucket(size_t index, quint64 limit, std::deque<size_t>& todo, QString* error)
+    {
+        Bucket source = std::move(buckets[index]);
+        buckets[index] = Bucket();
+        const quint64 n = source.points;
+        const quint64 parts = std::max<quint64>(2, (n + limit - 1) / limit);
+        const bool byOrder = source.inseparable;
+        const Grid sub = Grid::over(source.box, parts);
+        const size_t first = buckets.size();
+        buckets.resize(first + (byOrder ? size_t(parts) : size_t(sub.cells())));
+        for (size_t i = first; i < buckets.size(); ++i) buckets[i].shift = memoryShift;
+        const quint64 perPart = (n + parts - 1) / parts;
+        quint64 ordinal = 0;
+        auto deal = [&](const char* records, size_t m) {
+            cells.resize(m);
+            for (size_t i = 0; i < m; ++i, ++ordinal)
+                cells[i] = quint32(first) + (byOrder ? quint32(ordinal / perPart)
+                                                     : sub.cellOf(positionOf(records + i * recordBytes)));
+            return distribute(records, cells.data(), m, error);
+        };
+        for (size_t s = 0; s < source.slabs.size(); ++s) {
+            const quint32 m = s + 1 == source.slabs.size() ? source.fill : slabPoints(source);
+            for (quint32 done = 0; done < m; done += quint32(kBatchPoints))
+                if (!deal(source.slabs[s].get() + size_t(done) * recordBytes,
+                          std::min<size_t>(kBatchPoints, m - done)))
+                    return false;
+            source.slabs[s].reset();
+            resident -= slabBytes(source.shift);
+        }
+        std::vector<char> buffer(kBatchPoints * recordBytes);
+        for (const Chunk& c : source.chunks)
+            for (quint32 done = 0; done < c.points; done += quint32(kBatchPoints)) {
+                const quint32 m = std::min(c.points - done, quint32(kBatchPoints));
+                if (!readChunk(c, done, m, buffer.data(), error) || !deal(buffer.data(), m)) return false;
+            }
+        for (size_t i = buckets.size(); i-- > first;) {
+            if (buckets[i].points == n) buckets[i].inseparable = true;
+            todo.push_front(i);
+        }
+        return true;
+    }
+
+    // k-d split along the longest axis of each part; the cut falls where
+    // both sides get whole multiples of the target, so blocks come out full.
+    // A part's box is its parent's cut at the split value: it may be a little
+    // larger than its points', which is good enough to choose the axis and
+    // saves a pass over the points at every level.
+    bool split(Item* begin, Item* end, const pcBoundingBoxf& box, QString* error)
+    {
+        const size_t n = size_t(end - begin);
+        const size_t target = size_t(opt.targetBlockPoints);
+        if (n <= target) {
+            const quint32 block = quint32(blockSizes.size());
+            blockSizes.push_back(n);
+            for (Item* it = begin; it != end; ++it) blockOf[it->record] = block;
+            return true;
+        }
+        if (aborted()) return fail(QStringLiteral("cancelled"), error);
+        const pcVec3f e = box.max - box.min;
+        const size_t parts = (n + target - 1) / target;
+        Item* mid = begin + n * (parts / 2) / parts;
+        pcBoundingBoxf low = box, high = box;
+        if (e.x >= e.y && e.x >= e.z) {
+            std::nth_element(begin, mid, end, [](const Item& u, const Item& v) { return u.p.x < v.p.x; });
+            low.max.x = high.min.x = mid->p.x;
+        } else if (e.y >= e.z) {
+            std::nth_element(begin, mid, end, [](const Item& u, const Item& v) { return u.p.y < v.p.y; });
+            low.max.y = high.min.y = mid->p.y;
+        } else {
+            std::nth_element(begin, mid, end, [](const Item& u, const Item& v) { return u.p.z < v.p.z; });
+            low.max.z = high.min.z = mid->p.z;
+        }
+        return split(begin, mid, low, error) && split(mid, end, high, error);
+    }
+
+    // Fisher-Yates over one block's records, with a seed of the block's own:
+    // same input, same file.
+    void shuffle(char* records, size_t n, int id)
+    {
+        quint64 state = opt.seed ^ (quint64(id) * 0xD1B54A32D192ED03ull);
+        char* scratch = swapScratch.data();
+        for (size_t i = n; i > 1; --i) {
+            const size_t j = size_t((unsigned __int128)splitMix(state) * i >> 64);
+            if (j == i - 1) continue;
+            char* a = records + (i - 1) * recordBytes;
+            char* c = records + j * recordBytes;
+            copyRecord(scratch, a, recordBytes);
+            copyRecord(a, c, recordBytes);
+            copyRecord(c, scratch, recordBytes);
+        }
+    }
+
+    // Splits a bucket into blocks and hands them to the writing thread. The
+    // records are read in memory order and dealt to their blocks, which the
+    // writing thread shuffles where they lie: no record is fetched at random
+    // from the whole bucket.
+    bool splitBucket(const Bucket& b, QString* error)
+    {
+        const quint32 n = quint32(b.points);
+        items.resize(n);
+        for (quint32 r = 0; r < n; ++r) items[r] = {positionOf(recordAt(b, r)), r};
+        blockOf.resize(n);
+        blockSizes.clear();
+        if (!split(items.data(), items.data() + n, b.box, error)) return false;
+
+        int slot = -1;
+        {
+            std::unique_lock<std::mutex> lock(mutex);
+            changed.wait(lock, [this] { return !spareOutputs.empty() || abort; });
+            if (abort) return fail(QStringLiteral("cancelled"), error);
+            slot = spareOutputs.front();
+            spareOutputs.pop_front();
+        }
+        Output& out = outputs[size_t(slot)];
+        std::copy_backward(recentOutputs, recentOutputs + kOutputsInFlight - 1, recentOutputs + kOutputsInFlight);
+        recentOutputs[0] = qint64(n) * qint64(recordBytes);
+        {
+            Memory records = mapMemory(size_t(n) * recordBytes);
+            if (!records) return fail(QStringLiteral("out of memory for %1 points").arg(n), error);
+            std::lock_guard<std::mutex> lock(mutex);
+            out.records = std::move(records);
+        }
+        out.blocks.clear();
+        std::vector<size_t> heads(blockSizes.size());
+        size_t first = 0;
+        for (size_t k = 0; k < blockSizes.size(); ++k) {
+            heads[k] = first;
+            out.blocks.push_back({nextBlockId++, first, blockSizes[k]});
+            first += blockSizes[k];
+        }
+        for (quint32 r = 0; r < n; ++r)
+            copyRecord(out.records.get() + heads[blockOf[r]]++ * recordBytes, recordAt(b, r), recordBytes);
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            readyOutputs.push_back(slot);
+        }
+        changed.notify_all();
+        return true;
+    }
+
+    // Every bucket, each split in memory or, when too large, split again.
+    // Those in memory go first, smallest first, so that the largest are
+    // split when the others have made room; the spilled ones follow.
+    bool partition(QString* error)
+    {
+        std::vector<size_t> order(buckets.size());
+        for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+        std::stable_sort(order.begin(), order.end(), [this](size_t u, size_t v) {
+            const Bucket& a = buckets[u];
+            const Bucket& c = buckets[v];
+            return a.spilled != c.spilled ? c.spilled : a.points < c.points;
+        });
+        std::deque<size_t> todo(order.begin(), order.end());
+        while (!todo.empty()) {
+            const size_t i = todo.front();
+            todo.pop_front();
+            if (buckets[i].points == 0) continue;
+            if (aborted()) return fail(QStringLiteral("cancelled"), error);
+            const bool load = buckets[i].spilled;
+            const quint64 limit = splittablePoints(load);
+            if (buckets[i].points > limit) {
+                if (!rebucket(i, limit, todo, error)) return false;
+                continue;
+            }
+            if ((load && !loadBucket(buckets[i], error)) || !splitBucket(buckets[i], error)) return false;
+            freeSlabs(buckets[i]);
+            buckets[i].chunks = std::vector<Chunk>();
+        }
+        return true;
+    }
+
+    void partitionThread(QString* error)
+    {
+        const bool ok = partition(error);
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            partitioned = true;
+            if (ok) error->clear();
+        }
+        changed.notify_all();
+    }
+
+    void stopPartitioning()
+    {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            abort = true;
+        }
+        changed.notify_all();
+    }
+
+    // --- finish: writing thread -------------------------------------------
 
     bool stopRequested() { return progress && progress->isStopRequested(); }
 
@@ -365,148 +846,93 @@ struct PtCloud_DataSetBuilder::Impl {
         }
     }
 
-    bool readChunk(const Chunk& c, char* into, QString* error)
+    // Writes the blocks as they come, until the partitioning is done or this
+    // side fails or is stopped.
+    bool writeBlocks(QString* error)
     {
-        const qint64 n = qint64(c.points) * recordBytes;
-        if (!spill->seek(qint64(c.offset)) || spill->read(into, n) != n)
-            return fail(QStringLiteral("cannot read the spill file: %1").arg(spill->errorString()),
-                        error);
-        return true;
-    }
-
-    bool loadBucket(const Bucket& b, std::vector<char>& records, QString* error)
-    {
-        records.resize(size_t(b.points) * size_t(recordBytes));
-        size_t at = 0;
-        for (const Chunk& c : b.chunks) {
-            if (!readChunk(c, records.data() + at, error)) return false;
-            at += size_t(c.points) * size_t(recordBytes);
-        }
-        return true;
-    }
-
-    // Re-buckets an over-large bucket on disk, by space or, when space does
-    // not separate its points, by arrival order.
-    bool rebucket(size_t index, QString* error)
-    {
-        const quint64 n = buckets[index].points;
-        const quint64 limit = maxPointsInMemory() / 2;
-        const quint64 parts = std::max<quint64>(2, (n + limit - 1) / limit);
-        const bool byOrder = buckets[index].inseparable;
-        const Grid sub = Grid::over(buckets[index].box, parts);
-        const size_t cells = byOrder ? size_t(parts) : size_t(sub.cells());
-        const std::vector<Chunk> chunks = std::move(buckets[index].chunks);
-        buckets[index] = Bucket();
-        const size_t first = buckets.size();
-        buckets.resize(first + cells);
-        setBucketBuffers(cells);
-        const quint64 perPart = (n + parts - 1) / parts;
-
-        std::vector<char> buffer;
-        quint64 ordinal = 0;
-        for (const Chunk& c : chunks) {
-            buffer.resize(size_t(c.points) * size_t(recordBytes));
-            if (!readChunk(c, buffer.data(), error)) return false;
-            for (quint32 i = 0; i < c.points; ++i, ++ordinal) {
-                const char* rec = buffer.data() + size_t(i) * size_t(recordBytes);
-                pcVec3f p;
-                std::memcpy(&p, rec, sizeof p);
-                const size_t cell = byOrder ? size_t(ordinal / perPart) : size_t(sub.cellOf(p));
-                if (!appendTo(buckets[first + cell], rec, error)) return false;
+        for (;;) {
+            int slot = -1;
+            bool done = false;
+            {
+                std::unique_lock<std::mutex> lock(mutex);
+                changed.wait_for(lock, kStopPoll, [this] { return !readyOutputs.empty() || partitioned; });
+                if (!readyOutputs.empty()) {
+                    slot = readyOutputs.front();
+                    readyOutputs.pop_front();
+                } else {
+                    done = partitioned;
+                }
             }
+            if (done) return true;
+            if (stopRequested()) return fail(QStringLiteral("cancelled"), error);
+            if (slot < 0) continue;
+            Output& out = outputs[size_t(slot)];
+            for (const Block& k : out.blocks) {
+                if (stopRequested()) return fail(QStringLiteral("cancelled"), error);
+                char* records = out.records.get() + k.first * recordBytes;
+                if (opt.shuffle) shuffle(records, k.points, k.id);
+                unpack(records, k.points);
+                if (!writer->writeBlock(k.id, block, error)) return false;
+                pointsDone += quint64(k.points);
+                report();
+            }
+            {
+                std::lock_guard<std::mutex> lock(mutex);
+                out.records = Memory();
+                spareOutputs.push_back(slot);
+            }
+            changed.notify_all();
         }
-        for (size_t i = first; i < buckets.size(); ++i) {
-            if (!flush(buckets[i], error)) return false;
-            buckets[i].buffer.shrink_to_fit();
-            if (buckets[i].points == n) buckets[i].inseparable = true;
-        }
-        return true;
     }
 
-    bool writeLeaf(const char* records, Item* begin, Item* end, QString* error)
+    // Spreads a block's records into the columns of the block to write.
+    void unpack(const char* records, size_t n)
     {
-        const size_t n = size_t(end - begin);
-        const int id = nextBlockId++;
-        if (opt.shuffle) {
-            // Fisher-Yates with a seed of the block's own: same input, same file.
-            quint64 state = opt.seed ^ (quint64(id) * 0xD1B54A32D192ED03ull);
-            for (size_t i = n; i > 1; --i) {
-                const size_t j = size_t((unsigned __int128)splitMix(state) * i >> 64);
-                std::swap(begin[i - 1], begin[j]);
-            }
-        }
         block.resize(int(n));
-        for (size_t i = 0; i < n; ++i) block.positions[i] = begin[i].p;
-        for (const Slot& slot : recordLayout) {
-            const size_t w = size_t(slot.width);
-            const char* from = records + slot.offset;
-            if (slot.column == DSC_Color) {
-                colorScratch.resize(n * 3);
-                for (size_t i = 0; i < n; ++i)
-                    std::memcpy(&colorScratch[3 * i], from + size_t(begin[i].record) * size_t(recordBytes), w);
-                Format::decodeColors(colorScratch.data(), n, block.colors.data());
+        unpackColumn<sizeof(pcVec3f)>(records, recordBytes, n, reinterpret_cast<uint8_t*>(block.positions.data()));
+        for (const Slot& s : recordLayout) {
+            if (s.column == DSC_Color) {
+                blockColors.resize(n * 3);
+                s.unpack(records + s.offset, recordBytes, n, reinterpret_cast<uint8_t*>(blockColors.data()));
+                Format::decodeColors(blockColors.data(), n, block.colors.data());
                 continue;
             }
-            uint8_t* to = slot.column == DSC_Normal ? reinterpret_cast<uint8_t*>(block.normals.data())
-                                                    : block.columnData<uint8_t>(slot.column);
-            for (size_t i = 0; i < n; ++i)
-                std::memcpy(to + i * w, from + size_t(begin[i].record) * size_t(recordBytes), w);
+            uint8_t* to = s.column == DSC_Normal ? reinterpret_cast<uint8_t*>(block.normals.data())
+                                                 : block.columnData<uint8_t>(s.column);
+            s.unpack(records + s.offset, recordBytes, n, to);
         }
-        if (!writer->writeBlock(id, block, error)) return false;
-        pointsDone += n;
-        report();
-        return true;
     }
 
-    // k-d split along the longest axis of each part; the cut falls where
-    // both sides get whole multiples of the target, so blocks come out full.
-    bool split(const char* records, Item* begin, Item* end, QString* error)
+    void setUpOutputs()
     {
-        const size_t n = size_t(end - begin);
-        const size_t target = size_t(opt.targetBlockPoints);
-        if (n <= target) return writeLeaf(records, begin, end, error);
-        if (stopRequested()) return fail(QStringLiteral("cancelled"), error);
-        pcBoundingBoxf box;
-        for (Item* it = begin; it != end; ++it) box.expandBy(it->p);
-        const pcVec3f e = box.max - box.min;
-        const int axis = (e.x >= e.y && e.x >= e.z) ? 0 : (e.y >= e.z ? 1 : 2);
-        const size_t parts = (n + target - 1) / target;
-        Item* mid = begin + n * (parts / 2) / parts;
-        std::nth_element(begin, mid, end, [axis](const Item& a, const Item& b) {
-            return axisOf(a.p, axis) < axisOf(b.p, axis);
-        });
-        return split(records, begin, mid, error) && split(records, mid, end, error);
-    }
-
-    bool splitRecords(const char* records, quint64 n, QString* error)
-    {
-        items.resize(size_t(n));
-        for (quint64 i = 0; i < n; ++i) {
-            std::memcpy(&items[size_t(i)].p, records + i * quint64(recordBytes), sizeof(pcVec3f));
-            items[size_t(i)].record = quint32(i);
-        }
-        return split(records, items.data(), items.data() + n, error);
+        swapScratch.resize(recordBytes);
+        block = stPtCloud_PointArray();
+        block.origin = header.origin;
+        block.coloringMode = header.coloringMode;
+        for (EDataSetColumn c : header.columns) block.addColumn(c);
+        outputs.clear();
+        outputs.resize(kOutputsInFlight);
+        std::fill(recentOutputs, recentOutputs + kOutputsInFlight, 0);
+        readyOutputs.clear();
+        spareOutputs.clear();
+        for (int i = 0; i < kOutputsInFlight; ++i) spareOutputs.push_back(i);
+        partitioned = false;
+        abort = false;
     }
 
     bool finishBuckets(QString* error)
     {
+        // Spill buffers are given back before any bucket is read.
         for (Bucket& b : buckets)
-            if (!flush(b, error)) return false;
-        for (Bucket& b : buckets) std::vector<char>().swap(b.buffer);
-        std::vector<char> records;
-        for (size_t i = 0; i < buckets.size(); ++i) {
-            if (buckets[i].points == 0) continue;
-            if (stopRequested()) return fail(QStringLiteral("cancelled"), error);
-            if (buckets[i].points > maxPointsInMemory()) {
-                if (!rebucket(i, error)) return false;
-                continue;
-            }
-            if (!loadBucket(buckets[i], records, error) ||
-                !splitRecords(records.data(), buckets[i].points, error))
-                return false;
-            buckets[i].chunks = std::vector<Chunk>();
-        }
-        return true;
+            if (!flushBuffer(b, error)) return false;
+        setUpOutputs();
+        QString partitionError;
+        std::thread partitioner(&Impl::partitionThread, this, &partitionError);
+        const bool written = writeBlocks(error);
+        if (!written) stopPartitioning();
+        partitioner.join();
+        if (written && !partitionError.isEmpty()) return fail(partitionError, error);
+        return written;
     }
 
     bool finish(ILongLiveActionProgress* sink, QString* error)
@@ -520,22 +946,17 @@ struct PtCloud_DataSetBuilder::Impl {
             progress->setProgress(0);
         }
         writer.reset(new PtCloud_BlockFileWriter(outPath));
-        block = stPtCloud_PointArray();
-        block.origin = header.origin;
-        block.coloringMode = header.coloringMode;
-        for (EDataSetColumn c : header.columns) block.addColumn(c);
-
         bool ok = writer->begin(header, error);
-        if (ok && !gridReady)
-            ok = splitRecords(staging.data(), staging.size() / size_t(recordBytes), error);
-        else if (ok)
-            ok = finishBuckets(error);
+        if (ok && !gridReady && count > 0) ok = startGrid(count, error);
+        if (ok && count > 0) ok = finishBuckets(error);
         if (ok && stopRequested()) ok = fail(QStringLiteral("cancelled"), error);
         ok = ok && writer->commit(error);
         writer.reset();
         removeSpill();
         std::vector<char>().swap(staging);
         std::vector<Item>().swap(items);
+        outputs.clear();
+        std::vector<quint32>().swap(blockOf);
         block = stPtCloud_PointArray();
         if (ok && progress) progress->setProgress(100);
         return ok;

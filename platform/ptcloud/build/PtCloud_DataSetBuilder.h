@@ -13,16 +13,22 @@ namespace ptCloud {
 
 class ILongLiveActionProgress;
 
-// Makes a block file from a stream of points, out of core: points are spilled
-// into spatial buckets in temporary files, then each bucket is split (k-d,
-// by the longest axis) into blocks of at most targetBlockPoints points,
-// shuffled so that every k-th point is an even thinning, and written. Memory
-// stays within memoryBudgetBytes whatever the number of points.
+// Makes a block file from a stream of points, out of core: points are dealt
+// into spatial buckets, kept in memory while they fit and spilled to a
+// temporary file beyond that; then each bucket is split (k-d, by the longest
+// axis) into blocks of at most targetBlockPoints points, shuffled so that
+// every k-th point is an even thinning, and written while the next blocks
+// are being split. Memory stays within memoryBudgetBytes whatever the number
+// of points.
 class PtCloud_DataSetBuilder {
 public:
     struct Options {
         int targetBlockPoints = 50000;               // points per block, at most
-        qint64 memoryBudgetBytes = 256ll << 20;      // buffers and the largest bucket in memory
+        // Points in memory, spill buffers and the blocks on their way out.
+        // The default holds some 20 million points of every LAS column, so a
+        // typical survey file is never spilled, and keeps the process under
+        // 1 GiB.
+        qint64 memoryBudgetBytes = 896ll << 20;
         bool shuffle = true;                         // DSS_Shuffled when true
         quint64 seed = 12345;                        // shuffle seed: same input, same file
         QString tempDir;                             // for the spill files; empty: beside the output
