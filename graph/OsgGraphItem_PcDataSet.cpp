@@ -10,28 +10,38 @@
 #include <QMutexLocker>
 
 #include <osg/Camera>
-#include <osg/KdTree>
 #include <osg/Polytope>
 #include <osgUtil/IntersectionVisitor>
 #include <osgUtil/PolytopeIntersector>
 #include <osgViewer/Viewer>
 
+#include <algorithm>
 #include <limits>
+#include <utility>
+#include <vector>
 
 namespace {
 
 // Half the side of the square of device pixels a pick looks in.
 constexpr double kPickTolerance = 4.0;
 
-// Picked blocks get a k-d tree, which the intersector walks instead of
-// testing every point; a few points per leaf keep the tree small.
-void ensureKdTree(osg::Geometry* geometry)
+// Window coordinates: a square of device pixels around (x, y), y up.
+osg::ref_ptr<osgUtil::PolytopeIntersector> makePicker(double x, double y)
 {
-    if (geometry->getShape()) return;
-    osg::ref_ptr<osg::KdTree> tree = new osg::KdTree;
-    osg::KdTree::BuildOptions options;
-    options._targetNumTrianglesPerLeaf = 16;
-    if (tree->build(options, geometry)) geometry->setShape(tree);
+    osg::ref_ptr<osgUtil::PolytopeIntersector> picker = new osgUtil::PolytopeIntersector(
+        osgUtil::Intersector::WINDOW, x - kPickTolerance, y - kPickTolerance, x + kPickTolerance, y + kPickTolerance);
+    picker->setPrimitiveMask(osgUtil::PolytopeIntersector::POINT_PRIMITIVES |
+                             osgUtil::PolytopeIntersector::TRIANGLE_PRIMITIVES);
+    return picker;
+}
+
+// No point of the box is nearer the eye than this.
+double distanceToBox(const osg::Vec3d& eye, const osg::BoundingBox& box)
+{
+    const osg::Vec3d inside(std::clamp(eye.x(), double(box.xMin()), double(box.xMax())),
+                            std::clamp(eye.y(), double(box.yMin()), double(box.yMax())),
+                            std::clamp(eye.z(), double(box.zMin()), double(box.zMax())));
+    return (inside - eye).length();
 }
 
 }  // namespace
@@ -201,44 +211,47 @@ bool OsgGraphItem_PcDataSet::pickNearest(double x, double y, int* blockId, int* 
     const osg::Camera* camera = m_viewer ? m_viewer->getCamera() : nullptr;
     if (!m_shown || !camera || !camera->getViewport() || m_blockOfGeometry.isEmpty()) return false;
 
-    osg::ref_ptr<osgUtil::PolytopeIntersector> picker = new osgUtil::PolytopeIntersector(
-        osgUtil::Intersector::WINDOW, x - kPickTolerance, y - kPickTolerance, x + kPickTolerance, y + kPickTolerance);
-    picker->setPrimitiveMask(osgUtil::PolytopeIntersector::POINT_PRIMITIVES |
-                             osgUtil::PolytopeIntersector::TRIANGLE_PRIMITIVES);
-
-    // Only the blocks whose boxes meet the pick volume are searched.
+    // The blocks whose boxes meet the pick volume are searched one by one,
+    // the nearest first; the search ends at a block farther from the eye
+    // than the best point found so far.
     const osg::Matrixd toWindow =
         camera->getViewMatrix() * camera->getProjectionMatrix() * camera->getViewport()->computeWindowMatrix();
-    osg::Polytope volume = picker->getPolytope();
+    osg::Polytope volume = makePicker(x, y)->getPolytope();
     volume.transformProvidingInverse(toWindow);
+    const osg::Vec3d eye = camera->getInverseViewMatrix().getTrans();
+    std::vector<std::pair<double, osg::Geometry*>> candidates;
+    for (const BlockEntry& entry : qAsConst(m_blocks)) {
+        if (entry.geometry && volume.contains(entry.geometry->getBoundingBox()))
+            candidates.emplace_back(distanceToBox(eye, entry.geometry->getBoundingBox()), entry.geometry.get());
+    }
+    std::sort(candidates.begin(), candidates.end(),
+              [](const auto& a, const auto& b) { return a.first < b.first; });
+
     osg::ref_ptr<osg::Camera> probe = new osg::Camera;
     probe->setReferenceFrame(osg::Transform::ABSOLUTE_RF);
     probe->setViewMatrix(camera->getViewMatrix());
     probe->setProjectionMatrix(camera->getProjectionMatrix());
     probe->setViewport(new osg::Viewport(*camera->getViewport()));
-    for (const BlockEntry& entry : qAsConst(m_blocks)) {
-        if (!entry.geometry || !volume.contains(entry.geometry->getBoundingBox())) continue;
-        ensureKdTree(entry.geometry.get());
-        probe->addChild(entry.geometry.get());
-    }
-    if (probe->getNumChildren() == 0) return false;
-    osgUtil::IntersectionVisitor visitor(picker.get());
-    probe->accept(visitor);
-    probe->removeChildren(0, probe->getNumChildren());
-
-    const osg::Vec3d eye = camera->getInverseViewMatrix().getTrans();
     float nearest = std::numeric_limits<float>::max();
-    for (const osgUtil::PolytopeIntersector::Intersection& hit : picker->getIntersections()) {
-        int block = -1, index = -1;
-        osg::Vec3f at;
-        if (!hitPoint(hit.drawable.get(), hit.primitiveIndex, hit.localIntersectionPoint, &block, &index, &at))
-            continue;
-        const float distance = float((osg::Vec3d(at) - eye).length());
-        if (distance < nearest) {
-            nearest = distance;
-            *blockId = block;
-            *pointIndex = index;
-            if (position) *position = at;
+    for (const auto& candidate : candidates) {
+        if (candidate.first >= double(nearest)) break;
+        osg::ref_ptr<osgUtil::PolytopeIntersector> picker = makePicker(x, y);
+        osgUtil::IntersectionVisitor visitor(picker.get());
+        probe->addChild(candidate.second);
+        probe->accept(visitor);
+        probe->removeChild(candidate.second);
+        for (const osgUtil::PolytopeIntersector::Intersection& hit : picker->getIntersections()) {
+            int block = -1, index = -1;
+            osg::Vec3f at;
+            if (!hitPoint(hit.drawable.get(), hit.primitiveIndex, hit.localIntersectionPoint, &block, &index, &at))
+                continue;
+            const float distance = float((osg::Vec3d(at) - eye).length());
+            if (distance < nearest) {
+                nearest = distance;
+                *blockId = block;
+                *pointIndex = index;
+                if (position) *position = at;
+            }
         }
     }
     if (*blockId < 0) return false;
