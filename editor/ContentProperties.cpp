@@ -54,6 +54,15 @@ bool readTotals(PtCloud_DataSetFile& reader, BlockTotals* totals)
 
 }  // namespace
 
+double ContentProperties::gridSpacing(double width, double height, quint64 nodes)
+{
+    // A full grid of spacing c has (width / c + 1) (height / c + 1) nodes:
+    // (nodes - 1) c² - (width + height) c - width height = 0.
+    if (nodes < 2) return 0.0;
+    const double n = double(nodes - 1), sum = width + height;
+    return (sum + std::sqrt(sum * sum + 4.0 * n * width * height)) / (2.0 * n);
+}
+
 QString ContentProperties::coordinates(double x, double y, double z)
 {
     return QStringLiteral("%1, %2, %3")
@@ -120,12 +129,12 @@ ContentProperties::Rows ContentProperties::ofPointFile(PtCloudScene::EContentKin
         return rows;
     }
     if (mesh) rows << qMakePair(tr("triangles"), count(totals.triangles));
-    if (kind == PtCloudScene::Content_DemMesh && h.pointCount > 0 && h.bounds.valid()) {
-        // Nodes of a regular grid cover the plan area at one node a cell.
-        const double area = double(h.bounds.max.x - h.bounds.min.x) * double(h.bounds.max.y - h.bounds.min.y);
+    if (kind == PtCloudScene::Content_DemMesh && h.pointCount > 1 && h.bounds.valid())
         rows << qMakePair(tr("grid spacing"),
-                          tr("about %1 m").arg(tk::Toolkits::DoubleToString(std::sqrt(area / h.pointCount), 3)));
-    }
+                          tr("about %1 m").arg(tk::Toolkits::DoubleToString(
+                              gridSpacing(double(h.bounds.max.x - h.bounds.min.x),
+                                          double(h.bounds.max.y - h.bounds.min.y), h.pointCount),
+                              3)));
     if (split) rows << qMakePair(tr("clusters"), count(totals.labels.size()));
     if (classify)
         rows << qMakePair(tr("ground points"), count(totals.ground))

@@ -35,4 +35,7 @@ public:
     static QString toHtml(const Rows& rows);
     // Absolute coordinates as the viewer shows them: "x, y, z", three decimals.
     static QString coordinates(double x, double y, double z);
+    // The spacing of a regular grid of this many nodes over a plan extent;
+    // an estimate when nodes are missing (holes filled by nothing).
+    static double gridSpacing(double width, double height, quint64 nodes);
 };
