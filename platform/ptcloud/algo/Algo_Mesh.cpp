@@ -17,7 +17,6 @@
 #include <mutex>
 #include <system_error>
 #include <thread>
-#include <unordered_map>
 
 #include "Algo_KdTree.h"
 
@@ -117,24 +116,11 @@ double unitNoise(uint64_t key) {
     return double(z >> 11) * 0x1.0p-52 - 1.0;
 }
 
-struct VertexKey {
+// Hash of a position's exact bits.
+size_t bitsHash(const Eigen::Vector3d& v) {
     uint64_t bits[3];
-    bool operator==(const VertexKey& o) const {
-        return bits[0] == o.bits[0] && bits[1] == o.bits[1] && bits[2] == o.bits[2];
-    }
-};
-
-struct VertexKeyHash {
-    size_t operator()(const VertexKey& k) const {
-        return size_t(k.bits[0] * 0x9E3779B97F4A7C15ull ^ k.bits[1] * 0xC2B2AE3D27D4EB4Full ^
-                      k.bits[2] * 0x165667B19E3779F9ull);
-    }
-};
-
-VertexKey keyOf(const Eigen::Vector3d& v) {
-    VertexKey k;
-    std::memcpy(k.bits, v.data(), sizeof(k.bits));
-    return k;
+    std::memcpy(bits, v.data(), sizeof(bits));
+    return size_t(bits[0] * 0x9E3779B97F4A7C15ull ^ bits[1] * 0xC2B2AE3D27D4EB4Full ^ bits[2] * 0x165667B19E3779F9ull);
 }
 
 struct Built {
@@ -253,18 +239,27 @@ bool MeshRun::reconstruct() {
 // distinct) cloud points: an exact-bits lookup finds each one's input index.
 bool MeshRun::mapVerticesToPoints(std::vector<int>& source) {
     const std::vector<Eigen::Vector3d>& verts = m_built->mesh->vertices_;
-    std::unordered_map<VertexKey, int, VertexKeyHash> index;
-    index.reserve(verts.size());
+    // Open addressing over flat arrays: no per-entry allocation to build or free.
+    size_t capacity = 16;
+    while (capacity < 2 * verts.size()) capacity *= 2;
+    const size_t mask = capacity - 1;
+    std::vector<int> table(capacity, -1);
     for (size_t v = 0; v < verts.size(); ++v) {
         if (v % kConvertPoll == 0 && !m_job.step(0.2 * double(v) / double(verts.size()))) return cancelled();
-        index.emplace(keyOf(verts[v]), int(v));
+        size_t h = bitsHash(verts[v]) & mask;
+        while (table[h] >= 0) h = (h + 1) & mask;
+        table[h] = int(v);
     }
     source.assign(verts.size(), -1);
     const std::vector<Eigen::Vector3d>& cloud = m_cloud->points_;
     for (size_t i = 0; i < cloud.size(); ++i) {
         if (i % kConvertPoll == 0 && !m_job.step(0.2 + 0.2 * double(i) / double(cloud.size()))) return cancelled();
-        const auto found = index.find(keyOf(cloud[i]));
-        if (found != index.end()) source[size_t(found->second)] = int(i);
+        for (size_t h = bitsHash(cloud[i]) & mask; table[h] >= 0; h = (h + 1) & mask) {
+            if (verts[size_t(table[h])] == cloud[i]) {
+                source[size_t(table[h])] = int(i);
+                break;
+            }
+        }
     }
     if (std::find(source.begin(), source.end(), -1) != source.end())
         return Job::fail(m_error, QStringLiteral("the mesh has a vertex that is not an input point"));

@@ -41,7 +41,7 @@ class ILongLiveActionProgress;
 //
 // Cost (n points): normals O(n k log n) on all cores;
 // consistent orientation adds a Delaunay tetrahedralisation, O(n log n) but
-// slow (about 9 s of CPU per 200 000 points here) and about 2.5 KB per point;
+// slow (about 9 s of CPU per 200 000 points here) and about 3 KB per point;
 // alpha shapes the same tetrahedralisation; ball pivoting O(n log n) with the
 // neighbours within 2 * radius; Poisson O(n + 4^depth) time and memory for
 // surfaces. One double-precision copy of the points (24 bytes per point) is
