@@ -23,21 +23,25 @@ bool Algo_EuclideanCluster::run(const std::vector<pcVec3f>& points, const Params
     const size_t n = points.size();
     const float r2 = static_cast<float>(params.tolerance * params.tolerance);
     std::vector<int> result(n, -1);
-    std::vector<int> queue;
-    std::vector<int> near;
+    const std::vector<int32_t>& order = tree.order();
+    Algo_KdTree::Remaining rest(tree);
+    std::vector<int32_t> queue;  // positions in the tree's order
+    std::vector<int32_t> near;
     size_t visited = 0;
     if (!job.phase(QStringLiteral("Euclidean: growing clusters"), 15, 95))
         return Algo_KdTree::Job::cancelled(error);
     // seeds in tree order keep the searches of a growing cluster cache-warm
-    for (const int seed : tree.order()) {
-        if (result[static_cast<size_t>(seed)] >= 0) continue;
-        result[static_cast<size_t>(seed)] = seed;
-        queue.assign(1, seed);
+    for (size_t seed = 0; seed < n; ++seed) {
+        if (rest.taken(seed)) continue;
+        const int id = order[seed];
+        rest.take(seed);
+        queue.assign(1, static_cast<int32_t>(seed));
         for (size_t head = 0; head < queue.size(); ++head) {
-            tree.radius(points[static_cast<size_t>(queue[head])], r2, near);
-            for (const int j : near) {
-                if (result[static_cast<size_t>(j)] >= 0) continue;
-                result[static_cast<size_t>(j)] = seed;
+            const size_t at = static_cast<size_t>(queue[head]);
+            result[static_cast<size_t>(order[at])] = id;
+            rest.radius(points[static_cast<size_t>(order[at])], r2, near);
+            for (const int32_t j : near) {
+                rest.take(static_cast<size_t>(j));
                 queue.push_back(j);
             }
             if ((++visited & 2047) == 0 && !job.step(double(visited) / double(n)))

@@ -2,14 +2,14 @@
 // Euclidean cluster extraction: the connected components of the graph that
 // joins every two points closer than the tolerance. Each cluster grows from
 // its first unvisited point through one tolerance search per point, the
-// classic way. Clusters of fewer than minCluster or more than maxCluster
+// classic way; the searches look only among the points not yet taken. Clusters of fewer than minCluster or more than maxCluster
 // points are not kept (-1); the kept ones are numbered 0..m-1 in the order of
 // their first point.
 //
 // Cost: a k-d tree (O(n log n), ~24 bytes a point) and one tolerance search
-// per point, O(n log n + n * q) time with q the points within the
-// tolerance, on one core (growth from a seed is sequential); memory ~35 bytes
-// a point. Algo_FastEuclideanCluster finds the same clusters on both cores.
+// per point among the untaken points, O(n log n + n * q) time with q the
+// points within the tolerance, on one core (growth from a seed is
+// sequential); memory ~40 bytes a point. Algo_FastEuclideanCluster finds the same clusters on both cores.
 
 #include <QString>
 #include <vector>

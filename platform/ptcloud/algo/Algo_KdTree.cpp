@@ -358,6 +358,39 @@ void Algo_KdTree::walk(Classify classify, Test test, Take take) const {
     }
 }
 
+Algo_KdTree::Remaining::Remaining(const Algo_KdTree& tree)
+    : m_tree(tree), m_left(tree.m_nodes.size()), m_taken(tree.size(), 0) {
+    for (size_t i = 0; i < m_left.size(); ++i) m_left[i] = tree.m_nodes[i].end - tree.m_nodes[i].begin;
+}
+
+void Algo_KdTree::Remaining::take(size_t at) {
+    if (m_taken[at]) return;
+    m_taken[at] = 1;
+    const int32_t position = static_cast<int32_t>(at);
+    int32_t index = 0;
+    for (;;) {
+        --m_left[static_cast<size_t>(index)];
+        const Node& n = m_tree.m_nodes[static_cast<size_t>(index)];
+        if (n.right < 0) return;
+        index = position < m_tree.m_nodes[static_cast<size_t>(n.right)].begin ? index + 1 : n.right;
+    }
+}
+
+void Algo_KdTree::Remaining::radius(const pcVec3f& q, float r2, std::vector<int32_t>& out) const {
+    out.clear();
+    const Node* nodes = m_tree.m_nodes.data();
+    m_tree.walk(
+        [&](const Node& n) {
+            if (m_left[static_cast<size_t>(&n - nodes)] == 0 || boxDist2(n, q) > r2) return Reach::None;
+            return boxFarDist2(n, q) <= r2 ? Reach::All : Reach::Some;
+        },
+        [&](int32_t i) { return !m_taken[static_cast<size_t>(i)] && dist2(m_tree.m_points[static_cast<size_t>(i)], q) <= r2; },
+        [&](int32_t begin, int32_t end) {
+            for (int32_t i = begin; i < end; ++i)
+                if (!m_taken[static_cast<size_t>(i)]) out.push_back(i);
+        });
+}
+
 void Algo_KdTree::leafRange(size_t leaf, size_t& begin, size_t& end) const {
     const Node& n = m_nodes[static_cast<size_t>(m_leaves[leaf])];
     begin = static_cast<size_t>(n.begin);

@@ -86,6 +86,25 @@ public:
         std::vector<std::atomic<int>> m_parent;
     };
 
+    // The points a growing stage has not taken yet. Each node counts its
+    // untaken points, so searches skip whole subtrees once they are taken:
+    // growth that takes every point once searches ever smaller trees.
+    class Remaining {
+    public:
+        explicit Remaining(const Algo_KdTree& tree);
+        bool taken(size_t at) const { return m_taken[at] != 0; }
+        // Takes the point at position `at` of order(); O(depth).
+        void take(size_t at);
+        // Positions (in order()) of the untaken points with squared
+        // distance <= r2 to q. Replaces `out`.
+        void radius(const pcVec3f& q, float r2, std::vector<int32_t>& out) const;
+
+    private:
+        const Algo_KdTree& m_tree;
+        std::vector<int32_t> m_left;  // untaken points of each node
+        std::vector<char> m_taken;    // by position
+    };
+
     Algo_KdTree();
     ~Algo_KdTree();
     Algo_KdTree(const Algo_KdTree&) = delete;
