@@ -4,7 +4,12 @@
 // content from tree, scene and disk, the DEM action with and without a DEM,
 // and the property pages of a dataset whose numbers are known.
 
+#include <QComboBox>
+#include <QDirIterator>
 #include <QFile>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QSlider>
 #include <QLabel>
 #include <QMouseEvent>
 #include <QPointer>
@@ -45,6 +50,30 @@ public:
     bool viewKeyPressEvent(QKeyEvent*) override { return ++keys, true; }
     int presses = 0, moves = 0, keys = 0;
 };
+
+// Answers the parameter dialog with the given preparation and OK, and lets
+// the runner that follows do its work (stopped should it hang).
+void runParameters(ModalAnswerer& answerer, QStringList* seen, std::function<void(QDialog*)> prepare)
+{
+    answerer.setDialogHandler([seen, prepare](QDialog* d) {
+        *seen << d->objectName();
+        if (d->objectName() == "progress_bar_dlg") {
+            QTimer::singleShot(120000, d, SLOT(reject()));
+            return;
+        }
+        prepare(d);
+        d->findChild<QPushButton*>("pushButton_ok")->click();
+    });
+}
+
+QStringList filesIn(const QString& folder)
+{
+    QStringList files;
+    QDirIterator it(folder, QDir::Files, QDirIterator::Subdirectories);
+    while (it.hasNext()) files << it.next();
+    files.sort();
+    return files;
+}
 
 QImage iconImage(const QIcon& icon) { return icon.pixmap(16, 16).toImage(); }
 QImage iconImage(const char* path) { return iconImage(QIcon(QString::fromLatin1(path))); }
@@ -114,6 +143,11 @@ private slots:
     void pointsPageShowsKnownNumbers();
     void demActionWithoutDemAsksNothing();
     void demActionWithDemAsksFirst();
+    void splitActionAddsTheSplit();
+    void sampleAdoptsOnlyFromItsButton_data();
+    void sampleAdoptsOnlyFromItsButton();
+    void cancelledParametersChangeNothing_data();
+    void cancelledParametersChangeNothing();
     void resetEmptiesTheViewer();
 
 private:
@@ -461,6 +495,81 @@ void TestDataSetViewer::demActionWithDemAsksFirst()
              QString("You will remove the existed dem mesh, and then create a new one.\nAre you sure?"));
     QCOMPARE(runners, 0);
     QVERIFY(ds->getContent_Dem_Mesh() && ds->getContent_Dem_Contour());
+}
+
+void TestDataSetViewer::splitActionAddsTheSplit()
+{
+    ShownProject shown;
+    QVERIFY(shown.make({{"ground", 60}}, pcVec3d(500000, 4000000, 100)));
+    QVERIFY(shown.show());
+    ModalAnswerer answerer(QMessageBox::Ok);
+    QStringList seen;
+    runParameters(answerer, &seen, [](QDialog* d) {
+        d->findChild<QLineEdit*>("lineEdit_name")->setText("classes");
+        d->findChild<QComboBox*>("comboBox_function")->setCurrentText("CSF");
+    });
+    shown.scene->dataSetViewer()->onClickedTool_Split();
+    QCOMPARE(seen, QStringList({"do_split_parameters_dlg", "progress_bar_dlg"}));
+    QVERIFY2(answerer.boxes.isEmpty(), answerer.boxes.isEmpty() ? "" : qPrintable(answerer.boxes[0].text));
+    QVERIFY(shown.project.dataSet("ground")->getContent_Splits()->contains("classes"));
+    auto* tree = shown.scene->dataSetViewer()->findChild<QTreeWidget*>("treeWidget_dataset");
+    QCOMPARE(childTexts(tree->topLevelItem(3)), QStringList({"classes"}));
+    QVERIFY(shown.scene->hasContentItem(PtCloudScene::Content_Split, "classes"));
+}
+
+void TestDataSetViewer::sampleAdoptsOnlyFromItsButton_data()
+{
+    QTest::addColumn<QString>("slot");
+    QTest::addColumn<quint32>("points");
+    // Half of the 3600 points are kept, and shown, only after Sample.
+    QTest::newRow("Sample") << "onClickedTool_Sample" << 1800u;
+    QTest::newRow("Noise") << "onClickedTool_EraseNoise" << 3600u;
+    QTest::newRow("Smooth") << "onClickedTool_Smooth" << 3600u;
+}
+
+void TestDataSetViewer::sampleAdoptsOnlyFromItsButton()
+{
+    QFETCH(QString, slot);
+    QFETCH(quint32, points);
+    ShownProject shown;
+    QVERIFY(shown.make({{"ground", 60}}, pcVec3d(500000, 4000000, 100)));
+    QVERIFY(shown.show());
+    ModalAnswerer answerer(QMessageBox::Ok);
+    QStringList seen;
+    runParameters(answerer, &seen, [](QDialog* d) {
+        d->findChild<QSlider*>("horizontalSlider_poisson_disk_target_percents")->setValue(50);
+    });
+    QVERIFY(QMetaObject::invokeMethod(shown.scene->dataSetViewer(), slot.toLatin1().constData()));
+    QCOMPARE(seen, QStringList({"do_sample_param_dlg", "progress_bar_dlg"}));
+    QVERIFY(answerer.boxes.isEmpty());
+    QCOMPARE(shown.scene->pointsItem()->pointCount(), points);
+}
+
+void TestDataSetViewer::cancelledParametersChangeNothing_data()
+{
+    QTest::addColumn<QString>("slot");
+    QTest::newRow("mesh") << "onClickedTool_Mesh";
+    QTest::newRow("split") << "onClickedTool_Split";
+    QTest::newRow("sample") << "onClickedTool_Sample";
+}
+
+void TestDataSetViewer::cancelledParametersChangeNothing()
+{
+    QFETCH(QString, slot);
+    Fixture f;
+    QVERIFY(f.make(true));
+    const QString folder = f.project.dataSet("survey")->getFolder();
+    const QStringList before = filesIn(folder);
+    ModalAnswerer answerer;
+    QStringList seen;
+    answerer.setDialogHandler([&seen](QDialog* d) {
+        seen << d->objectName();
+        d->reject();
+    });
+    QVERIFY(QMetaObject::invokeMethod(f.viewer, slot.toLatin1().constData()));
+    QCOMPARE(seen.size(), 1);
+    QVERIFY(seen[0] != "progress_bar_dlg");
+    QCOMPARE(filesIn(folder), before);
 }
 
 void TestDataSetViewer::resetEmptiesTheViewer()
