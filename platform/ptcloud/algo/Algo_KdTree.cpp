@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <system_error>
 #include <thread>
 
@@ -50,25 +51,34 @@ int Algo_KdTree::Job::threadCount() {
 bool Algo_KdTree::Job::parallelFor(size_t count, size_t grain,
                                    const std::function<void(size_t, size_t)>& fn) {
     if (m_stopped) return false;
-    grain = std::max<size_t>(grain, 1);
-    const size_t chunks = (count + grain - 1) / grain;
+    using Clock = std::chrono::steady_clock;
+    // Chunks of a few milliseconds keep the stop prompt and the cores
+    // evenly loaded whatever an item costs.
+    constexpr auto kShort = std::chrono::milliseconds(2);
+    constexpr auto kLong = std::chrono::milliseconds(8);
     std::atomic<size_t> next{0};
     std::atomic<size_t> done{0};
     std::atomic<bool> stop{false};
-    auto runChunk = [&](size_t c) {
-        fn(c * grain, std::min(count, (c + 1) * grain));
-        done.fetch_add(1, std::memory_order_relaxed);
+    // Returns false when no work is left.
+    auto runChunk = [&](size_t& size) {
+        const size_t begin = next.fetch_add(size);
+        if (begin >= count) return false;
+        const size_t end = std::min(count, begin + size);
+        const Clock::time_point start = Clock::now();
+        fn(begin, end);
+        const Clock::duration took = Clock::now() - start;
+        done.fetch_add(end - begin, std::memory_order_relaxed);
+        if (took < kShort && size < count) size *= 2;
+        else if (took > kLong && size > 1) size /= 2;
+        return true;
     };
     auto helper = [&]() {
-        while (!stop.load(std::memory_order_relaxed)) {
-            const size_t c = next.fetch_add(1);
-            if (c >= chunks) return;
-            runChunk(c);
+        size_t size = std::max<size_t>(grain, 1);
+        while (!stop.load(std::memory_order_relaxed) && runChunk(size)) {
         }
     };
     std::vector<std::thread> helpers;
-    const size_t wanted = std::min<size_t>(static_cast<size_t>(threadCount() - 1),
-                                           chunks > 0 ? chunks - 1 : 0);
+    const size_t wanted = std::min<size_t>(static_cast<size_t>(threadCount() - 1), count);
     for (size_t t = 0; t < wanted; ++t) {
         try {
             helpers.emplace_back(helper);
@@ -76,14 +86,13 @@ bool Algo_KdTree::Job::parallelFor(size_t count, size_t grain,
             break;  // fewer threads is slower, not wrong
         }
     }
+    size_t size = std::max<size_t>(grain, 1);
     for (;;) {
-        if (!step(chunks ? double(done.load(std::memory_order_relaxed)) / double(chunks) : 1.0)) {
+        if (!step(count ? double(done.load(std::memory_order_relaxed)) / double(count) : 1.0)) {
             stop = true;
             break;
         }
-        const size_t c = next.fetch_add(1);
-        if (c >= chunks) break;
-        runChunk(c);
+        if (!runChunk(size)) break;
     }
     for (std::thread& t : helpers) t.join();
     return step(1.0);

@@ -43,11 +43,13 @@ public:
         // was requested. Polls the sink, so call it every few milliseconds
         // of work, not per item.
         bool step(double fraction);
-        // Runs fn(begin, end) over [0, count) in chunks of `grain` items on
-        // every core, the calling thread included; fn must be safe to run
-        // concurrently on disjoint ranges. Keep a chunk to a few
-        // milliseconds: the stop is polled between chunks. False when a stop
-        // was requested (chunks not yet started are then skipped).
+        // Runs fn(begin, end) over [0, count) in chunks on every core, the
+        // calling thread included; fn must be safe to run concurrently on
+        // disjoint ranges. Chunks start at `grain` items and grow or shrink
+        // to take a few milliseconds each, so the stop, polled between the
+        // calling thread's chunks, takes effect within about 10 ms whatever
+        // an item costs. False when a stop was requested (chunks not yet
+        // started are then skipped).
         bool parallelFor(size_t count, size_t grain, const std::function<void(size_t, size_t)>& fn);
         bool stopped() const { return m_stopped; }
 

@@ -63,6 +63,9 @@ bool Algo_RegionGrowing::run(const std::vector<pcVec3f>& points, const Params& p
     std::vector<Algo_KdTree::Neighbour> near;
     std::vector<int32_t> found;
     size_t visited = 0;
+    // a visit costs about k steps (a k-NN search without the table): poll
+    // every ~64k steps
+    const size_t pollEvery = std::max<size_t>(1, (size_t(1) << 16) / k);
     if (!job.phase(QStringLiteral("region growing: growing regions"), 60, 98)) return Job::cancelled(error);
     for (const int32_t seed : seeds) {
         if (result[static_cast<size_t>(seed)] >= 0) continue;
@@ -92,7 +95,7 @@ bool Algo_RegionGrowing::run(const std::vector<pcVec3f>& points, const Params& p
                 result[static_cast<size_t>(other)] = seed;
                 if (curvature[static_cast<size_t>(other)] < cure) queue.push_back(other);
             }
-            if ((++visited & 2047) == 0 && !job.step(double(visited) / double(n))) return Job::cancelled(error);
+            if (++visited % pollEvery == 0 && !job.step(double(visited) / double(n))) return Job::cancelled(error);
         }
     }
     if (!job.phase(QStringLiteral("region growing: numbering regions"), 98, 100)) return Job::cancelled(error);
