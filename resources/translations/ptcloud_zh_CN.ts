@@ -9,7 +9,7 @@
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+41"/>
+        <location line="+50"/>
         <location line="+24"/>
         <source>name</source>
         <translation type="unfinished"></translation>
@@ -120,7 +120,7 @@
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+4"/>
+        <location line="+2"/>
         <source>grid spacing</source>
         <translation type="unfinished"></translation>
     </message>
@@ -130,7 +130,7 @@
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+2"/>
+        <location line="+4"/>
         <source>clusters</source>
         <translation type="unfinished"></translation>
     </message>
@@ -318,7 +318,7 @@
 <context>
     <name>OsgGraphItem_VolumeArea</name>
     <message>
-        <location filename="../../graph/OsgGraphItem_VolumeArea.cpp" line="+41"/>
+        <location filename="../../graph/OsgGraphItem_VolumeArea.cpp" line="+37"/>
         <source>error.</source>
         <translation type="unfinished"></translation>
     </message>
