@@ -3,7 +3,41 @@
 #include "PcBlockTile.h"
 
 #include <QDeadlineTimer>
-#include <QMutexLocker>
+
+#if defined(__SANITIZE_THREAD__)
+#define MIPMAP_THREAD_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define MIPMAP_THREAD_SANITIZER 1
+#endif
+#endif
+#ifdef MIPMAP_THREAD_SANITIZER
+#include <sanitizer/tsan_interface.h>
+#endif
+
+namespace {
+
+// QMutex and QThread::wait block on futexes, which ThreadSanitizer does not
+// see; without these it would take every access they order for a race.
+void orderedAfter(void* sync)
+{
+#ifdef MIPMAP_THREAD_SANITIZER
+    __tsan_acquire(sync);
+#else
+    Q_UNUSED(sync);
+#endif
+}
+
+void orderedBefore(void* sync)
+{
+#ifdef MIPMAP_THREAD_SANITIZER
+    __tsan_release(sync);
+#else
+    Q_UNUSED(sync);
+#endif
+}
+
+}  // namespace
 
 MipMapThread::MipMapThread(ptCloud::IDataSetReader* reader) : m_reader(reader) {}
 
@@ -13,9 +47,27 @@ void MipMapThread::stop()
 {
     m_stop.exchange(true);
     wait(QDeadlineTimer(QDeadlineTimer::Forever));
+    orderedAfter(this);
 }
 
-QMutex* MipMapThread::mutex() { return &m_mutex; }
+void MipMapThread::lock()
+{
+    m_mutex.lock();
+    orderedAfter(&m_mutex);
+}
+
+bool MipMapThread::tryLock()
+{
+    if (!m_mutex.tryLock(0)) return false;
+    orderedAfter(&m_mutex);
+    return true;
+}
+
+void MipMapThread::unlock()
+{
+    orderedBefore(&m_mutex);
+    m_mutex.unlock();
+}
 
 QList<MipMapThread::Result> MipMapThread::takeResultsLocked()
 {
@@ -48,34 +100,34 @@ void MipMapThread::run()
         runPass();
         QThread::msleep(1);
     }
-    QMutexLocker lock(&m_mutex);
+    lock();
     for (auto it = m_requests.begin(); it != m_requests.end(); ++it) it.value() = nullptr;
+    unlock();
+    orderedBefore(this);
 }
 
 void MipMapThread::runPass()
 {
     Snapshot snapshot;
-    {
-        QMutexLocker lock(&m_mutex);
-        for (auto it = m_requests.cbegin(); it != m_requests.cend(); ++it)
-            snapshot.append(qMakePair(it.key(), it.key()->wantedLevel()));
-        m_restart = false;
-    }
+    lock();
+    for (auto it = m_requests.cbegin(); it != m_requests.cend(); ++it)
+        snapshot.append(qMakePair(it.key(), it.key()->wantedLevel()));
+    m_restart = false;
+    unlock();
 
     for (const auto& entry : snapshot) {
         if (m_stop.load()) return;
-        {
-            QMutexLocker lock(&m_mutex);
-            if (m_restart) {
-                dropStaleResultsLocked(snapshot);
-                return;
-            }
-        }
+        lock();
+        const bool restarted = m_restart;
+        if (restarted) dropStaleResultsLocked(snapshot);
+        unlock();
+        if (restarted) return;
+
         PcBlockTile* tile = entry.first;
         int level = 0;
         osg::ref_ptr<osg::Geometry> geometry = tile->build(m_reader, &level);
 
-        QMutexLocker lock(&m_mutex);
+        lock();
         if (geometry) {
             // The camera may have moved on while the block was read.
             if (tile->wantedLevel() == level) m_requests[tile] = geometry;
@@ -85,6 +137,7 @@ void MipMapThread::runPass()
             m_requests.remove(tile);
         }
         countRequestsLocked();
+        unlock();
     }
 }
 

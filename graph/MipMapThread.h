@@ -21,10 +21,10 @@ class IDataSetReader;
 // the GUI thread asks for, at each tile's wanted level, one at a time.
 //
 // The request map (tile -> finished geometry, null while not yet built) and
-// the restart flag are shared with the GUI thread under mutex(). The GUI
-// thread, holding the mutex, takes the finished geometries, replaces the
-// requests and changes the tiles' wanted levels; the worker holds it only to
-// copy the requests and to store one result at a time. A result is stored only
+// the restart flag are shared with the GUI thread under one mutex. The GUI
+// thread, holding it (lock() or tryLock()), takes the finished geometries,
+// replaces the requests and changes the tiles' wanted levels; the worker
+// holds it only to copy the requests and to store one result at a time. A result is stored only
 // when its tile still wants the level it was built at, and the wanted levels
 // change only under the mutex, so a result taken always matches its tile's
 // wanted level.
@@ -40,7 +40,10 @@ public:
     // read takes. Results not taken are dropped.
     void stop();
 
-    QMutex* mutex();
+    void lock();
+    // Never waits: false when the worker holds the mutex.
+    bool tryLock();
+    void unlock();
     // With the mutex held: the finished geometries, whose requests are done.
     QList<Result> takeResultsLocked();
     // With the mutex held: forgets every request and result and asks for

@@ -7,8 +7,6 @@
 #include "PointShader.h"
 #include "PtCloud_DataSetFile.h"
 
-#include <QMutexLocker>
-
 #include <osg/Camera>
 #include <osg/Polytope>
 #include <osgUtil/IntersectionVisitor>
@@ -142,7 +140,7 @@ void OsgGraphItem_PcDataSet::onCameraChanged()
         m_loader->start(QThread::HighestPriority);
     }
 
-    QMutexLocker lock(m_loader->mutex());
+    m_loader->lock();
     harvestLocked();
     QList<PcBlockTile*> requests;
     for (const BlockEntry& entry : qAsConst(m_blocks)) {
@@ -150,14 +148,15 @@ void OsgGraphItem_PcDataSet::onCameraChanged()
         if (wanted != 0 && wanted != entry.tile->loadedLevel()) requests.append(entry.tile);
     }
     m_loader->replaceRequestsLocked(requests);
+    m_loader->unlock();
 }
 
 void OsgGraphItem_PcDataSet::updateFrame()
 {
     if (!m_loader || !m_shown) return;
-    if (!m_loader->mutex()->tryLock(0)) return;
+    if (!m_loader->tryLock()) return;
     harvestLocked();
-    m_loader->mutex()->unlock();
+    m_loader->unlock();
 }
 
 void OsgGraphItem_PcDataSet::harvestLocked()

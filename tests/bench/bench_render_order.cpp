@@ -9,13 +9,15 @@
 // - runs:     Morton-sorted runs of 64 points, the runs in random order.
 //
 // For each order it draws the whole scene at every point and at every 10th
-// point (level 3), orbiting the camera a few degrees a frame, and prints ms
-// per frame and million points per second over the frames, after an empty
-// scene's frame time is taken off. It also prints how evenly every 10th point
-// covers the ground: the spread (coefficient of variation) of the kept share
-// over cells holding about 200 points each.
+// point (level 3), orbiting the camera a few degrees a frame. Rounds
+// interleave the orders so that load from elsewhere on the machine spreads
+// over all of them; the table gives, per order and stride, the best and the
+// median round's ms per frame, and million points per second for the best
+// round after an empty scene's frame time is taken off. It also gives how
+// evenly every 10th point covers the ground: the spread (coefficient of
+// variation) of the kept share over cells holding about 200 points each.
 //
-//   xvfb-run -a -s "-screen 0 1600x1000x24" bench_render_order [points = 3000000] [frames = 12]
+//   xvfb-run -a -s "-screen 0 1600x1000x24" bench_render_order [points = 3000000] [frames = 10] [rounds = 5]
 
 #include "BlockGeometry.h"
 #include "OsgQWidget.h"
@@ -176,7 +178,8 @@ int main(int argc, char** argv)
 {
     QApplication app(argc, argv);
     const int points = argc > 1 ? std::atoi(argv[1]) : 3000000;
-    const int frames = argc > 2 ? std::atoi(argv[2]) : 12;
+    const int frames = argc > 2 ? std::atoi(argv[2]) : 10;
+    const int rounds = argc > 3 ? std::atoi(argv[3]) : 5;
 
     pcBoundingBoxf bounds;
     std::vector<stPtCloud_PointArray> blocks = makeBlocks(points, &bounds);
@@ -190,36 +193,51 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "no display: run under xvfb-run\n");
         return 1;
     }
-    const double empty = timeFrames(&view, frames, centre);
-    std::printf("%d points in %zu blocks, view %dx%d, %d frames each; empty scene %.1f ms/frame\n", points,
-                blocks.size(), kViewWidth, kViewHeight, frames, empty);
-    std::printf("%-9s %7s %10s %10s %9s %9s\n", "order", "stride", "points", "ms/frame", "Mpts/s", "spread");
-
-    // Rounds interleave the orders so that load from elsewhere on the machine
-    // spreads over all of them.
+    std::vector<double> empties;
     const Order orders[] = {Order::Shuffled, Order::Morton, Order::Runs};
-    for (int round = 0; round < 2; ++round) {
-        for (Order order : orders) {
+    const int strides[] = {1, 10};
+    std::vector<double> times[3][2];
+    double spread[3] = {0, 0, 0};
+    quint64 drawn[2] = {0, 0};
+    for (int round = 0; round < rounds; ++round) {
+        empties.push_back(timeFrames(&view, frames, centre));
+        for (int o = 0; o < 3; ++o) {
             quint64 seed = 1;
-            for (auto& b : blocks) reorder(b, order, seed++);
-            for (int stride : {1, 10}) {
+            for (auto& b : blocks) reorder(b, orders[o], seed++);
+            spread[o] = thinningSpread(blocks, 10, points);
+            for (int s = 0; s < 2; ++s) {
                 osg::ref_ptr<osg::Geode> geode = new osg::Geode;
-                quint64 drawn = 0;
+                drawn[s] = 0;
                 for (const auto& b : blocks) {
-                    osg::ref_ptr<osg::Geometry> g = BlockGeometry::make(b, CM_Height, stride, bounds);
-                    drawn += g->getVertexArray()->getNumElements();
+                    osg::ref_ptr<osg::Geometry> g = BlockGeometry::make(b, CM_Height, strides[s], bounds);
+                    drawn[s] += g->getVertexArray()->getNumElements();
                     geode->addDrawable(g.get());
                 }
                 view.getRoot()->addChild(geode.get());
-                const double ms = timeFrames(&view, frames, centre);
+                times[o][s].push_back(timeFrames(&view, frames, centre));
                 view.getRoot()->removeChild(geode.get());
                 drawFrame(&view);
-                const double net = std::max(ms - empty, 1e-3);
-                std::printf("%-9s %7d %10llu %10.1f %9.2f %8.1f%%\n", name(order), stride,
-                            static_cast<unsigned long long>(drawn), ms, double(drawn) / net / 1e3,
-                            stride > 1 ? 100.0 * thinningSpread(blocks, stride, points) : 0.0);
-                std::fflush(stdout);
             }
+        }
+        std::fprintf(stderr, "round %d of %d done\n", round + 1, rounds);
+    }
+
+    auto best = [](std::vector<double> v) { return *std::min_element(v.begin(), v.end()); };
+    auto median = [](std::vector<double> v) {
+        std::sort(v.begin(), v.end());
+        return v[v.size() / 2];
+    };
+    const double empty = best(empties);
+    std::printf("%d points in %zu blocks, view %dx%d, %d frames a round, %d rounds; empty scene %.1f ms/frame\n",
+                points, blocks.size(), kViewWidth, kViewHeight, frames, rounds, empty);
+    std::printf("%-9s %7s %10s %9s %9s %9s %12s\n", "order", "stride", "points", "best ms", "median ms", "Mpts/s",
+                "10th spread");
+    for (int o = 0; o < 3; ++o) {
+        for (int s = 0; s < 2; ++s) {
+            const double ms = best(times[o][s]);
+            std::printf("%-9s %7d %10llu %9.1f %9.1f %9.2f %11.1f%%\n", name(orders[o]), strides[s],
+                        static_cast<unsigned long long>(drawn[s]), ms, median(times[o][s]),
+                        double(drawn[s]) / std::max(ms - empty, 1e-3) / 1e3, 100.0 * spread[o]);
         }
     }
     return 0;

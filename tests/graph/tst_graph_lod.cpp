@@ -253,28 +253,29 @@ void TestGraphLod::staleResultDiscarded()
     const std::unique_ptr<QSemaphore, void (*)(QSemaphore*)> openGate(&reader.passes,
                                                                       [](QSemaphore* s) { s->release(1 << 20); });
     loader.start();
-    {
-        QMutexLocker lock(loader.mutex());
-        QCOMPARE(tile.computeLevel(osg::Vec3d(c.x + 30 * r, c.y, c.z)), 2);
-        loader.replaceRequestsLocked({&tile});
-    }
+    loader.lock();
+    const int first = tile.computeLevel(osg::Vec3d(c.x + 30 * r, c.y, c.z));
+    loader.replaceRequestsLocked({&tile});
+    loader.unlock();
+    QCOMPARE(first, 2);
     QVERIFY(loader.hasRequests());
     // The loader is reading the block for level 2 when the camera moves away.
     QVERIFY(reader.entered.tryAcquire(1, 5000));
-    {
-        QMutexLocker lock(loader.mutex());
-        QVERIFY(loader.takeResultsLocked().isEmpty());
-        QCOMPARE(tile.computeLevel(osg::Vec3d(c.x + 100 * r, c.y, c.z)), 3);
-        loader.replaceRequestsLocked({&tile});
-    }
+    loader.lock();
+    const bool nothingYet = loader.takeResultsLocked().isEmpty();
+    const int second = tile.computeLevel(osg::Vec3d(c.x + 100 * r, c.y, c.z));
+    loader.replaceRequestsLocked({&tile});
+    loader.unlock();
+    QVERIFY(nothingYet);
+    QCOMPARE(second, 3);
     // Once the level-2 read is through, the loader starts reading for level
     // 3; by then the level-2 geometry was dropped, not stored.
     reader.passes.release(1);
     QVERIFY(reader.entered.tryAcquire(1, 5000));
-    {
-        QMutexLocker lock(loader.mutex());
-        QVERIFY(loader.takeResultsLocked().isEmpty());
-    }
+    loader.lock();
+    const bool staleDropped = loader.takeResultsLocked().isEmpty();
+    loader.unlock();
+    QVERIFY(staleDropped);
     reader.passes.release(1000);
 
     QList<MipMapThread::Result> results;
@@ -282,8 +283,9 @@ void TestGraphLod::staleResultDiscarded()
     timer.start();
     while (results.isEmpty() && timer.elapsed() < kSettleMs) {
         QThread::msleep(1);
-        QMutexLocker lock(loader.mutex());
+        loader.lock();
         results = loader.takeResultsLocked();
+        loader.unlock();
     }
     QCOMPARE(results.size(), 1);
     QCOMPARE(results.first().first, &tile);
@@ -310,15 +312,16 @@ void TestGraphLod::stopJoinsLoader()
     }
     MipMapThread loader(&reader);
     loader.start();
-    {
-        QMutexLocker lock(loader.mutex());
-        loader.replaceRequestsLocked(requests);
-    }
+    loader.lock();
+    loader.replaceRequestsLocked(requests);
+    loader.unlock();
     loader.stop();
     QVERIFY(loader.isFinished());
     // Whatever was built before the stop was dropped.
-    QMutexLocker lock(loader.mutex());
-    QVERIFY(loader.takeResultsLocked().isEmpty());
+    loader.lock();
+    const bool dropped = loader.takeResultsLocked().isEmpty();
+    loader.unlock();
+    QVERIFY(dropped);
 }
 
 void TestGraphLod::eyePosition_data()
