@@ -6,9 +6,8 @@
 
 namespace {
 
-// The normal, the position and viewPos are declared but unused: the two
-// stages keep this interface so that a lit variant can replace the fragment
-// stage alone.
+// Points are not lit: the normal and position outputs and viewPos are
+// declared but unused, and the colour passes straight through.
 const char* const kVertexSource =
     "#version 330 core\nuniform mat4 osg_ModelViewProjectionMatrix; layout(location = 0) in vec4 osg_Vertex; "
     "layout(location = 1) in vec3 osg_Normal; layout(location = 2) in vec4 osg_Color; out vec4 color; "

@@ -106,6 +106,7 @@ private slots:
     void pickNearestAcrossBlocks();
     void pickInThinnedBlock();
     void pickOnEmptySky();
+    void pickOnMeshGivesNearestCorner();
 
 private:
     // Line of ten points (block 5, intensities 100..109), two points one above
@@ -325,6 +326,31 @@ void TestGraphRender::pickOnEmptySky()
     const osg::Vec3d gap = windowOf(scene.view.get(), osg::Vec3d(-17.5, -20.25, 0.5));
     QVERIFY(!scene.item->pickNearest(gap.x(), gap.y(), &block, &point, &position, &attributes));
     QCOMPARE(block, -1);
+}
+
+void TestGraphRender::pickOnMeshGivesNearestCorner()
+{
+    stPtCloud_DataSetHeader h = GraphTestData::header(CM_Height, {DSC_Location});
+    h.type = DST_Mesh;
+    stPtCloud_PointArray mesh = GraphTestData::block(h, 4);
+    mesh.positions = {pcVec3f(0, 0, 0), pcVec3f(20, 0, 1), pcVec3f(20, 20, 2), pcVec3f(0, 20, 1)};
+    mesh.triangles = {0, 1, 2, 0, 2, 3};
+    const QString path = m_dir->filePath("mesh.pcd");
+    QString error;
+    QVERIFY2(GraphTestData::write(path, h, {{3, mesh}}, &error), qPrintable(error));
+    Scene scene;
+    QVERIFY(openScene(scene, path));
+
+    // Inside the second triangle, nearest its corner 3.
+    const osg::Vec3d at = windowOf(scene.view.get(), osg::Vec3d(2, 17, 1));
+    int block = -1, point = -1;
+    osg::Vec3f position;
+    QMap<EDataSetColumn, QVariant> attributes;
+    QVERIFY(scene.item->pickNearest(at.x(), at.y(), &block, &point, &position, &attributes));
+    QCOMPARE(block, 3);
+    QCOMPARE(point, 3);
+    QCOMPARE(position, osg::Vec3f(0, 20, 1));
+    QCOMPARE(attributes.value(DSC_Location).toList().value(1).toDouble(), GraphTestData::origin().y + 20.0);
 }
 
 QTEST_MAIN(TestGraphRender)
