@@ -148,7 +148,9 @@ void PtCloudScene::showDataSet(const QString& name)
         const osg::BoundingBox bounds = m_pointsItem->dataBounds();
         if (bounds.valid()) {
             m_view->setHomeBound(osg::BoundingSphere(bounds));
-            m_view->viewHome();
+            // A survey reads best from above at an angle: a level view of a
+            // wide, flat site shows a thin strip.
+            m_view->EnterFaceViewManipulate(osg::Quat(osg::DegreesToRadians(50.0), osg::X_AXIS));
         }
     }
     if (const QMap<QString, PtCloud_DataSetFile*>* meshes = ds->getContent_Meshs())

@@ -3,25 +3,52 @@
 #include <QMainWindow>
 #include <QString>
 
-namespace osgHelper {
-class OsgQWidget;
-}
+#include "Scene.h"
 
-// The studio's main window: the 3D view in the middle and a status bar.
+class PtCloudWidget;
+class QLabel;
+class QTimer;
+
+// The studio's main window: the point-cloud editor in the middle, menus that
+// drive its commands, and a status bar with the shown dataset.
 class StudioMainWindow : public QMainWindow {
     Q_OBJECT
 
 public:
-    // sourcePath: the LAS file or project folder named on the command line,
-    // empty when none.
-    explicit StudioMainWindow(const QString& sourcePath, QWidget* parent = nullptr);
+    explicit StudioMainWindow(QWidget* parent = nullptr);
+    ~StudioMainWindow() override;
 
-    osgHelper::OsgQWidget* view() const;
+    PtCloudWidget* view() const { return m_view; }
 
-    // Shows the window, waits until the view has drawn its first frames and
-    // saves a picture of the whole window. False with a one-line reason.
+    // A project folder is opened (created when empty); a LAS file opens the
+    // project beside it (FILE.ptcloud) and, unless that project already has
+    // a dataset named after the file, imports the file as one.
+    bool openSource(const QString& path, QString* error);
+    bool openProject(const QString& folder, QString* error);
+    void closeProject();
+
+    // Shows the window, waits until the shown dataset has loaded what the
+    // camera wants (or a timeout) and saves a picture of the whole window.
     bool saveScreenshot(const QString& filePath, QString* error);
 
+private slots:
+    void onNewProject();
+    void onOpenProject();
+    void onImportLas();
+    void onCloseProject();
+    void onProjectChanged();
+    void updateStatus();
+
 private:
-    osgHelper::OsgQWidget* m_view;
+    void buildMenus();
+    bool importLasAsDataSet(const QString& lasPath, QString* error);
+    bool loadingSettled() const;
+    void reportError(const QString& what, const QString& error);
+
+    Scene m_scene;
+    PtCloudWidget* m_view;
+    QLabel* m_statusDataSet;
+    QLabel* m_statusPoints;
+    QLabel* m_statusMessage;
+    QTimer* m_statusTimer;
 };

@@ -30,7 +30,14 @@ int main(int argc, char* argv[])
         return 2;
     }
 
-    StudioMainWindow window(positional.value(0));
+    StudioMainWindow window;
+    if (!positional.isEmpty()) {
+        QString error;
+        if (!window.openSource(positional.first(), &error)) {
+            std::fprintf(stderr, "ptcloud-studio: %s: %s\n", qPrintable(positional.first()), qPrintable(error));
+            if (parser.isSet(screenshot)) return 1;
+        }
+    }
     if (parser.isSet(screenshot)) {
         QString error;
         if (!window.saveScreenshot(parser.value(screenshot), &error)) {
