@@ -1,5 +1,8 @@
 #include "OsgQWidget.h"
 
+#include <QOffscreenSurface>
+#include <QOpenGLContext>
+
 #include "OsgAxisIndicator.h"
 #include "OsgTackballManipulate.h"
 
@@ -102,14 +105,27 @@ OsgQWidget::OsgQWidget(QWidget* parent, bool showAxisIndicator)
 
 OsgQWidget::~OsgQWidget()
 {
-    // The viewer and its window delete their GL objects as they go: give
-    // them the context while the last references to them are dropped.
-    makeCurrent();
+    // The viewer and its window release their per-context GL state as they
+    // go, asking GL about it: give them a current context while the last
+    // references are dropped. A view never shown has no context of its own;
+    // without one OSG would cache a broken GL state for its context id,
+    // which the next view reuses and crashes on.
+    QOffscreenSurface surface;
+    QOpenGLContext spare;
+    if (context()) {
+        makeCurrent();
+    } else {
+        surface.create();
+        if (spare.create()) spare.makeCurrent(&surface);
+    }
     m_axisIndicator = nullptr;
     m_scene = nullptr;
     m_viewer = nullptr;
     m_window = nullptr;
-    doneCurrent();
+    if (context())
+        doneCurrent();
+    else if (spare.isValid())
+        spare.doneCurrent();
 }
 
 osg::Group* OsgQWidget::getRoot() const { return m_root.get(); }
