@@ -1,8 +1,10 @@
 #pragma once
-// Static k-d tree over single-precision points, shared by the processing
-// stages, and the run context (progress, stop, both cores) they share.
+// Static k-d tree over single-precision points (up to 2^31 - 1 of them),
+// shared by the processing stages, with what the stages share besides: the
+// run context (progress, stop, both cores), lock-free disjoint sets, and the
+// bookkeeping of points a growing stage has taken.
 //
-// Cost: build O(n log n) time; memory about 24 bytes a point (a reordered
+// Cost: build O(n log n) time on both cores; memory about 24 bytes a point (a reordered
 // copy of the positions, their original indices, one 40-byte node per
 // 8..16 points). k-NN and fixed-radius queries take O(log n + result) on
 // well-spread points and are const, so any number of threads may query one

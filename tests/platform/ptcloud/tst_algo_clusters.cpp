@@ -209,6 +209,7 @@ private slots:
     void kmeansFindsBlobs();
     void kmeansClampsAndConverges_data();
     void kmeansClampsAndConverges();
+    void kmeansStopsSeedingOnOneSpot();
     void kmeansExtraFollowsColour();
     void resultDoesNotDependOnPointOrder_data();
     void resultDoesNotDependOnPointOrder();
@@ -481,6 +482,20 @@ void TstAlgoClusters::kmeansClampsAndConverges() {
         const float own = Algo_KdTree::dist2(s.points[i], centre[labels[i]]);
         for (const auto& c : centre) QVERIFY(own <= Algo_KdTree::dist2(s.points[i], c.second) + 1e-4f);
     }
+}
+
+void TstAlgoClusters::kmeansStopsSeedingOnOneSpot() {
+    // k-means++ never seeds on a point that sits on a centre: one place, one cluster
+    const std::vector<pcVec3f> spot(50, pcVec3f(1.f, 2.f, 3.f));
+    std::vector<int> labels;
+    QVERIFY(Algo_KMeans::run(spot, {10, 10}, labels, nullptr, nullptr));
+    QCOMPARE(labels, std::vector<int>(50, 0));
+    std::vector<pcVec3f> two = spot;
+    two.resize(80, pcVec3f(4.f, 2.f, 3.f));
+    QVERIFY(Algo_KMeans::run(two, {10, 10}, labels, nullptr, nullptr));
+    QCOMPARE(clusterCount(labels), 2);
+    QCOMPARE(labels[0], 0);
+    QCOMPARE(labels[79], 1);
 }
 
 void TstAlgoClusters::kmeansExtraFollowsColour() {
