@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <fcntl.h>
 
 namespace ptCloud {
 
@@ -10,6 +11,17 @@ namespace {
 std::atomic<qint64> g_failAfterBytes{-1};
 
 using Format = PtCloud_BlockFileFormat;
+
+// The pages of a large file are handed to the disk window by window as they
+// are written, so that the flush of commit() finds little left to do.
+void startWriteback(int fd, quint64 before, quint64 after)
+{
+    constexpr quint64 kWindow = 32ull << 20;
+    if (fd < 0 || before / kWindow == after / kWindow) return;
+    const quint64 from = before / kWindow * kWindow;
+    const quint64 to = after / kWindow * kWindow;
+    sync_file_range(fd, off64_t(from), off64_t(to - from), SYNC_FILE_RANGE_WRITE);
+}
 }  // namespace
 
 PtCloud_BlockFileWriter::PtCloud_BlockFileWriter(const QString& filepath)
@@ -86,6 +98,7 @@ bool PtCloud_BlockFileWriter::writeRaw(const void* data, qint64 n, QString* erro
     }
     if (m_file.write(static_cast<const char*>(data), n) != n)
         return fail(QStringLiteral("cannot write %1: %2").arg(m_path, m_file.errorString()), error);
+    startWriteback(m_file.handle(), m_pos, m_pos + quint64(n));
     m_pos += quint64(n);
     return true;
 }

@@ -82,6 +82,8 @@ template <size_t W> void unpackColumn(const char* records, size_t stride, size_t
 // Point records live in memory mapped from the system for them alone: freed,
 // it goes back at once, whichever thread frees it, so the process shrinks as
 // buckets are written instead of keeping their room in the allocator's heap.
+// It is filled at once when mapped (it is written whole anyway), which costs
+// less than a fault on every page.
 struct Unmap {
     size_t bytes = 0;
     void operator()(char* p) const { munmap(p, bytes); }
@@ -90,7 +92,7 @@ using Memory = std::unique_ptr<char, Unmap>;
 
 Memory mapMemory(size_t bytes)
 {
-    void* p = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    void* p = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
     return p == MAP_FAILED ? Memory(nullptr, Unmap{0}) : Memory(static_cast<char*>(p), Unmap{bytes});
 }
 
@@ -194,6 +196,8 @@ struct PtCloud_DataSetBuilder::Impl {
         std::vector<Memory> slabs;
         int shift = 0;
         quint32 fill = 0;  // records in the last slab
+        char* cursor = nullptr;  // where the next record goes in it; limit when full
+        char* limit = nullptr;
         std::vector<Chunk> chunks;
         quint64 points = 0;
         pcBoundingBoxf box;
@@ -213,8 +217,8 @@ struct PtCloud_DataSetBuilder::Impl {
     };
 
     // One bucket's blocks on their way from the partitioning thread to the
-    // writing one: their records one block after the other, each block's in
-    // shuffled order.
+    // writing one, which shuffles them: their records one block after the
+    // other.
     struct Output {
         Memory records;
         std::vector<Block> blocks;
@@ -269,8 +273,9 @@ struct PtCloud_DataSetBuilder::Impl {
     std::vector<Item> items;
     std::vector<quint32> blockOf;  // of each record of the bucket being split
     std::vector<size_t> blockSizes;
-    std::vector<char> swapScratch;
     stPtCloud_PointArray block;
+    std::vector<quint32> permutation;
+    std::vector<char> shuffled;
     std::vector<quint16> blockColors;
 
     Impl(const QString& path, const stPtCloud_DataSetHeader& h, const pcBoundingBoxf& b,
@@ -292,9 +297,10 @@ struct PtCloud_DataSetBuilder::Impl {
             recordLayout.push_back({col, recordBytes, size_t(width), movers.first, movers.second});
             recordBytes += size_t(width);
         }
-        // The block being written, every column unpacked (colours as four
-        // floats); the buckets in flight are counted as they come.
-        inFlightBytes = qint64(recordBytes + 32) * opt.targetBlockPoints;
+        // The block being written: its shuffled records and every column
+        // unpacked (colours as four floats). The buckets in flight are
+        // counted as they come.
+        inFlightBytes = qint64(2 * recordBytes + 32) * opt.targetBlockPoints;
         // Announced count and box: the buckets are known from the start and
         // nothing needs staging.
         if (header.pointCount > 0 && bounds.valid()) startGrid(header.pointCount, nullptr);
@@ -396,6 +402,7 @@ struct PtCloud_DataSetBuilder::Impl {
         b.slabs.clear();
         b.slabs.shrink_to_fit();
         b.fill = 0;
+        b.cursor = b.limit = nullptr;
     }
 
     // Moves a bucket's records to the spill file; from now on it only keeps
@@ -430,12 +437,11 @@ struct PtCloud_DataSetBuilder::Impl {
         return best;
     }
 
-    // Room for one more record of b: the next place in its last slab, a new
-    // slab (spilling the largest bucket first when the budget is spent) or,
-    // for a spilled bucket, its emptied buffer.
+    // Room for more records of b once its last slab is full: a new slab
+    // (spilling the largest bucket first when the budget is spent) or, for a
+    // spilled bucket, its emptied buffer.
     char* nextSlot(Bucket& b, QString* error)
     {
-        if (!b.slabs.empty() && b.fill < slabPoints(b)) return recordAt(b, quint32(b.slabs.size() - 1) * slabPoints(b) + b.fill);
         if (!b.spilled) {
             while (resident + slabBytes(b.shift) > recordsLimit) {
                 Bucket* victim = largestInMemory();
@@ -447,7 +453,8 @@ struct PtCloud_DataSetBuilder::Impl {
         if (b.spilled && !b.slabs.empty()) {
             if (!writeChunk(b, b.slabs.front().get(), b.fill, error)) return nullptr;
             b.fill = 0;
-            return b.slabs.front().get();
+            b.cursor = b.slabs.front().get();
+            return b.cursor;
         }
         char* slab = addSlab(b);
         if (!slab) fail(QStringLiteral("out of memory for %1 points").arg(count), error);
@@ -461,7 +468,9 @@ struct PtCloud_DataSetBuilder::Impl {
         b.slabs.push_back(std::move(slab));
         resident += slabBytes(b.shift);
         b.fill = 0;
-        return b.slabs.back().get();
+        b.cursor = b.slabs.back().get();
+        b.limit = b.cursor + slabBytes(b.shift);
+        return b.cursor;
     }
 
     // Deals out n records to the buckets of the given indices.
@@ -470,9 +479,10 @@ struct PtCloud_DataSetBuilder::Impl {
         for (size_t i = 0; i < n; ++i) {
             const char* rec = records + i * recordBytes;
             Bucket& b = buckets[to[i]];
-            char* slot = nextSlot(b, error);
+            char* slot = b.cursor != b.limit ? b.cursor : nextSlot(b, error);
             if (!slot) return false;
             copyRecord(slot, rec, recordBytes);
+            b.cursor = slot + recordBytes;
             ++b.fill;
             ++b.points;
             b.box.expandBy(positionOf(rec));
@@ -632,6 +642,7 @@ struct PtCloud_DataSetBuilder::Impl {
                 char* slot = b.slabs.back().get() + size_t(b.fill) * recordBytes;
                 if (!readChunk(c, done, n, slot, error)) return false;
                 b.fill += n;
+                b.cursor = slot + size_t(n) * recordBytes;
                 done += n;
             }
         }
@@ -716,27 +727,10 @@ struct PtCloud_DataSetBuilder::Impl {
         return split(begin, mid, low, error) && split(mid, end, high, error);
     }
 
-    // Fisher-Yates over one block's records, with a seed of the block's own:
-    // same input, same file.
-    void shuffle(char* records, size_t n, int id)
-    {
-        quint64 state = opt.seed ^ (quint64(id) * 0xD1B54A32D192ED03ull);
-        char* scratch = swapScratch.data();
-        for (size_t i = n; i > 1; --i) {
-            const size_t j = size_t((unsigned __int128)splitMix(state) * i >> 64);
-            if (j == i - 1) continue;
-            char* a = records + (i - 1) * recordBytes;
-            char* c = records + j * recordBytes;
-            copyRecord(scratch, a, recordBytes);
-            copyRecord(a, c, recordBytes);
-            copyRecord(c, scratch, recordBytes);
-        }
-    }
-
     // Splits a bucket into blocks and hands them to the writing thread. The
     // records are read in memory order and dealt to their blocks, which the
-    // writing thread shuffles where they lie: no record is fetched at random
-    // from the whole bucket.
+    // writing thread shuffles: no record is fetched at random from the whole
+    // bucket.
     bool splitBucket(const Bucket& b, QString* error)
     {
         const quint32 n = quint32(b.points);
@@ -869,9 +863,7 @@ struct PtCloud_DataSetBuilder::Impl {
             Output& out = outputs[size_t(slot)];
             for (const Block& k : out.blocks) {
                 if (stopRequested()) return fail(QStringLiteral("cancelled"), error);
-                char* records = out.records.get() + k.first * recordBytes;
-                if (opt.shuffle) shuffle(records, k.points, k.id);
-                unpack(records, k.points);
+                unpack(out.records.get() + k.first * recordBytes, k.points, k.id);
                 if (!writer->writeBlock(k.id, block, error)) return false;
                 pointsDone += quint64(k.points);
                 report();
@@ -885,9 +877,26 @@ struct PtCloud_DataSetBuilder::Impl {
         }
     }
 
-    // Spreads a block's records into the columns of the block to write.
-    void unpack(const char* records, size_t n)
+    // Spreads a block's records into the columns of the block to write, in
+    // shuffled order. A Fisher-Yates permutation of their indices, with a
+    // seed of the block's own (same input, same file), gathers the records
+    // into a copy, which each column then reads in order.
+    void unpack(const char* records, size_t n, int id)
     {
+        if (opt.shuffle) {
+            permutation.resize(n);
+            for (size_t i = 0; i < n; ++i) permutation[i] = quint32(i);
+            quint64 state = opt.seed ^ (quint64(id) * 0xD1B54A32D192ED03ull);
+            for (size_t i = n; i > 1; --i) {
+                const size_t j = size_t((unsigned __int128)splitMix(state) * i >> 64);
+                std::swap(permutation[i - 1], permutation[j]);
+            }
+            shuffled.resize(n * recordBytes);
+            for (size_t i = 0; i < n; ++i)
+                copyRecord(shuffled.data() + i * recordBytes, records + size_t(permutation[i]) * recordBytes,
+                           recordBytes);
+            records = shuffled.data();
+        }
         block.resize(int(n));
         unpackColumn<sizeof(pcVec3f)>(records, recordBytes, n, reinterpret_cast<uint8_t*>(block.positions.data()));
         for (const Slot& s : recordLayout) {
@@ -905,7 +914,6 @@ struct PtCloud_DataSetBuilder::Impl {
 
     void setUpOutputs()
     {
-        swapScratch.resize(recordBytes);
         block = stPtCloud_PointArray();
         block.origin = header.origin;
         block.coloringMode = header.coloringMode;
@@ -955,8 +963,10 @@ struct PtCloud_DataSetBuilder::Impl {
         removeSpill();
         std::vector<char>().swap(staging);
         std::vector<Item>().swap(items);
-        outputs.clear();
         std::vector<quint32>().swap(blockOf);
+        outputs.clear();
+        std::vector<quint32>().swap(permutation);
+        std::vector<char>().swap(shuffled);
         block = stPtCloud_PointArray();
         if (ok && progress) progress->setProgress(100);
         return ok;
