@@ -12,8 +12,10 @@
 // point (level 3), orbiting the camera a few degrees a frame. Rounds
 // interleave the orders so that load from elsewhere on the machine spreads
 // over all of them; the table gives, per order and stride, the best and the
-// median round's ms per frame, and million points per second for the best
-// round after an empty scene's frame time is taken off. It also gives how
+// median round's wall ms per frame, million points per second for the best
+// round after an empty scene's frame time is taken off, and the median CPU
+// ms per frame of this process (the renderer's threads included), which
+// other programs on the machine disturb much less than the wall time. It also gives how
 // evenly every 10th point covers the ground: the spread (coefficient of
 // variation) of the kept share over cells holding about 200 points each.
 //
@@ -38,6 +40,7 @@
 #include <memory>
 #include <numeric>
 #include <random>
+#include <sys/resource.h>
 #include <vector>
 
 using namespace ptCloud;
@@ -156,20 +159,34 @@ bool drawFrame(osgHelper::OsgQWidget* view)
     return swapped.wait(60000);
 }
 
-// Mean ms per frame over `frames` frames, orbiting the scene.
-double timeFrames(osgHelper::OsgQWidget* view, int frames, const osg::Vec3d& centre)
+double cpuMs()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1e3 +
+           (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e3;
+}
+
+struct FrameTime {
+    double wallMs;
+    double cpuMs;  // of this process, the renderer's threads included
+};
+
+// Mean time per frame over `frames` frames, orbiting the scene.
+FrameTime timeFrames(osgHelper::OsgQWidget* view, int frames, const osg::Vec3d& centre)
 {
     // Two frames first: the arrays go to the renderer on their first draw.
     for (int i = 0; i < 2; ++i) drawFrame(view);
+    const double cpuStart = cpuMs();
     QElapsedTimer timer;
     timer.start();
     for (int i = 0; i < frames; ++i) {
         const double angle = osg::DegreesToRadians(3.0 * i);
         const osg::Vec3d eye = centre + osg::Vec3d(std::cos(angle), std::sin(angle), 0.9) * double(kSide) * 0.9;
         view->getManipulate()->setTransformation(eye, centre, osg::Vec3d(0, 0, 1));
-        if (!drawFrame(view)) return -1;
+        if (!drawFrame(view)) return FrameTime{-1, -1};
     }
-    return double(timer.nsecsElapsed()) / 1e6 / frames;
+    return FrameTime{double(timer.nsecsElapsed()) / 1e6 / frames, (cpuMs() - cpuStart) / frames};
 }
 
 }  // namespace
@@ -193,14 +210,16 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "no display: run under xvfb-run\n");
         return 1;
     }
-    std::vector<double> empties;
+    std::vector<double> empties, emptyCpu;
     const Order orders[] = {Order::Shuffled, Order::Morton, Order::Runs};
     const int strides[] = {1, 10};
-    std::vector<double> times[3][2];
+    std::vector<double> times[3][2], cpu[3][2];
     double spread[3] = {0, 0, 0};
     quint64 drawn[2] = {0, 0};
     for (int round = 0; round < rounds; ++round) {
-        empties.push_back(timeFrames(&view, frames, centre));
+        const FrameTime none = timeFrames(&view, frames, centre);
+        empties.push_back(none.wallMs);
+        emptyCpu.push_back(none.cpuMs);
         for (int o = 0; o < 3; ++o) {
             quint64 seed = 1;
             for (auto& b : blocks) reorder(b, orders[o], seed++);
@@ -214,7 +233,9 @@ int main(int argc, char** argv)
                     geode->addDrawable(g.get());
                 }
                 view.getRoot()->addChild(geode.get());
-                times[o][s].push_back(timeFrames(&view, frames, centre));
+                const FrameTime t = timeFrames(&view, frames, centre);
+                times[o][s].push_back(t.wallMs);
+                cpu[o][s].push_back(t.cpuMs);
                 view.getRoot()->removeChild(geode.get());
                 drawFrame(&view);
             }
@@ -228,16 +249,17 @@ int main(int argc, char** argv)
         return v[v.size() / 2];
     };
     const double empty = best(empties);
-    std::printf("%d points in %zu blocks, view %dx%d, %d frames a round, %d rounds; empty scene %.1f ms/frame\n",
-                points, blocks.size(), kViewWidth, kViewHeight, frames, rounds, empty);
-    std::printf("%-9s %7s %10s %9s %9s %9s %12s\n", "order", "stride", "points", "best ms", "median ms", "Mpts/s",
-                "10th spread");
+    std::printf("%d points in %zu blocks, view %dx%d, %d frames a round, %d rounds; empty scene %.1f ms/frame "
+                "(CPU %.1f ms)\n",
+                points, blocks.size(), kViewWidth, kViewHeight, frames, rounds, empty, median(emptyCpu));
+    std::printf("%-9s %7s %10s %9s %9s %9s %9s %12s\n", "order", "stride", "points", "best ms", "median ms", "Mpts/s",
+                "CPU ms", "10th spread");
     for (int o = 0; o < 3; ++o) {
         for (int s = 0; s < 2; ++s) {
             const double ms = best(times[o][s]);
-            std::printf("%-9s %7d %10llu %9.1f %9.1f %9.2f %11.1f%%\n", name(orders[o]), strides[s],
+            std::printf("%-9s %7d %10llu %9.1f %9.1f %9.2f %9.1f %11.1f%%\n", name(orders[o]), strides[s],
                         static_cast<unsigned long long>(drawn[s]), ms, median(times[o][s]),
-                        double(drawn[s]) / std::max(ms - empty, 1e-3) / 1e3, 100.0 * spread[o]);
+                        double(drawn[s]) / std::max(ms - empty, 1e-3) / 1e3, median(cpu[o][s]), 100.0 * spread[o]);
         }
     }
     return 0;
