@@ -38,6 +38,9 @@ class PcBlockTile;
 // Positions are drawn as the blocks store them, relative to the dataset's
 // origin: the view's bounding spheres are single precision.
 //
+// The view draws on demand: the owner asks for frames while hasPendingWork()
+// and after it calls load, reload, teardown or setVisible.
+//
 // GUI thread only. The owner removes the item from the manipulator's monitors
 // (removeMonitor) before dropping it.
 class OsgGraphItem_PcDataSet : public osg::Geode, public osgHelper::OsgTackballManipulate_monitor {
