@@ -16,6 +16,7 @@
 #include "Algo_Mesh.h"
 #include "Algo_PatchworkGround.h"
 #include "Algo_PoissonDiskSample.h"
+#include "Algo_RegionGrowing.h"
 #include "ILongLiveActionProgress.h"
 #include "PtCloud_BlockFileWriter.h"
 #include "PtCloud_ContourFile.h"
@@ -330,6 +331,16 @@ bool PtCloud_LongActions::runSplit(int func, const QVariantList& list, const stP
         progress->setProgressText(QStringLiteral("fast Euclidean clustering"));
         return Algo_FastEuclideanCluster::run(all.positions, c, *labels, progress, why);
     }
+    case 105: {
+        Algo_RegionGrowing::Params c;
+        c.neighbours = list[0].toInt();
+        c.smoothDegrees = list[1].toDouble();
+        c.curvature = list[2].toDouble();
+        c.minCluster = list[3].toInt();
+        c.maxCluster = list[4].toInt();
+        progress->setProgressText(QStringLiteral("region growing"));
+        return Algo_RegionGrowing::run(all.positions, c, *labels, progress, why);
+    }
     case 106:
         *classes = true;
         progress->setProgressText(QStringLiteral("ground segmentation"));
@@ -347,10 +358,8 @@ bool PtCloud_LongActions::runSplit(int func, const QVariantList& list, const stP
         progress->setProgressText(QStringLiteral("cloth simulation"));
         return Algo_ClothFilter::run(all.positions, c, labels, progress, why);
     }
-    default:
-        *why = QStringLiteral("this split method is not available");
-        return false;
     }
+    return false;
 }
 
 EEPtCloudActResult PtCloud_LongActions::doSample(const stControlParam_DataSet_Do& p)

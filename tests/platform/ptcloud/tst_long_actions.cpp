@@ -141,6 +141,9 @@ void TestLongActions::splitMethodsSeparateRoofFromGround_data()
     QTest::newRow("kmeans extra") << 102 << QVariantList{10, 2};
     QTest::newRow("euclidean") << 103 << QVariantList{0.75, 1, 1000000};
     QTest::newRow("euclidean fast") << 104 << QVariantList{0.75, 50};
+    // Roof and ground are parallel planes: only the gap between them parts
+    // the regions, so growing must not jump it (8 neighbours on a 0.5 m grid).
+    QTest::newRow("region growing") << 105 << QVariantList{8, 10.0, 1.0, 5, 1000000};
     QTest::newRow("patchwork") << 106 << QVariantList{};
 }
 
