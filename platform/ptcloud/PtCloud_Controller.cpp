@@ -45,6 +45,19 @@ EColoringMode coloringFor(const QList<EDataSetColumn>& columns)
     return CM_Height;
 }
 
+// The header of a new dataset's points file.
+stPtCloud_DataSetHeader pointsHeader(const QList<EDataSetColumn>& columns, const pcVec3d& origin, quint64 count)
+{
+    stPtCloud_DataSetHeader header;
+    header.type = DST_Points;
+    header.sort = DSS_Shuffled;
+    header.coloringMode = coloringFor(columns);
+    header.origin = origin;
+    header.columns = columns;
+    header.pointCount = count;  // lets the builder size its buckets from the start
+    return header;
+}
+
 QList<EDataSetColumn> sortedColumns(QList<EDataSetColumn> columns)
 {
     std::sort(columns.begin(), columns.end());
@@ -307,13 +320,7 @@ EEPtCloudActResult PtCloud_Controller::makeDataSet(const stControlParam_DataSet_
             break;
         }
     }
-    stPtCloud_DataSetHeader header;
-    header.type = DST_Points;
-    header.sort = DSS_Shuffled;
-    header.coloringMode = coloringFor(columns);
-    header.origin = origin;
-    header.columns = columns;
-    header.pointCount = total;  // lets the builder size its buckets from the start
+    const stPtCloud_DataSetHeader header = pointsHeader(columns, origin, total);
     std::unique_ptr<PtCloud_DataSetBuilder> builder;
     PtCloud_ProgressRange readProgress(progress, 0, 50);
     quint64 done = 0;
@@ -499,12 +506,9 @@ EEPtCloudActResult PtCloud_Controller::doCmd_DataSet_Merge(const stControlParam_
     const QString rel = newDataSetFolder(name);
     const QString part = QDir(m_folder).filePath(rel + QStringLiteral(".part"));
     if (!QDir().mkpath(part)) return d->fail(PCAR_FileError, QStringLiteral("cannot create %1").arg(part));
-    stPtCloud_DataSetHeader header;
-    header.type = DST_Points;
-    header.sort = DSS_Shuffled;
-    header.coloringMode = coloringFor(columns);
-    header.origin = origin;
-    header.columns = columns;
+    quint64 total = 0;
+    for (auto& f : files) total += f->getHeader().pointCount;
+    const stPtCloud_DataSetHeader header = pointsHeader(columns, origin, total);
     PtCloud_DataSetBuilder::Options options;
     options.tempDir = part;
     PtCloud_DataSetBuilder builder(QDir(part).filePath(kPointsFile), header,
