@@ -33,7 +33,10 @@ constexpr qint64 kMaxSpillBuffer = 1 << 20;
 constexpr int kMaxGridCells = 1 << 20;
 // Records are assembled this many at a time, so the batch stays in the cache
 // while its columns are interleaved and its records dealt out.
-constexpr size_t kBatchPoints = 4096;
+constexpr size_t kBatchPoints = 16384;
+// Batches between the thread that assembles them and the one that deals them
+// into the buckets.
+constexpr int kBatchesInFlight = 3;
 // Buckets' blocks between the thread that partitions and the one that writes:
 // one being written while the next is filled.
 constexpr int kOutputsInFlight = 2;
@@ -56,6 +59,44 @@ int floorLog2(quint64 v)
         ++n;
     }
     return n;
+}
+
+// Floyd and Rivest's selection: puts the k-th smallest element by key at k,
+// none larger before it and none smaller after. A sample of the range first
+// narrows it around k, so it takes about n + min(k, n - k) comparisons where
+// introselect takes two or three passes.
+template <class T, class Key> void selectNth(T* a, ptrdiff_t left, ptrdiff_t right, ptrdiff_t k, Key key)
+{
+    while (right > left) {
+        if (right - left > 600) {
+            const double n = double(right - left + 1);
+            const double i = double(k - left + 1);
+            const double z = std::log(n);
+            const double s = 0.5 * std::exp(2 * z / 3);
+            const double sd = 0.5 * std::sqrt(z * s * (n - s) / n) * (i < n / 2 ? -1 : 1);
+            selectNth(a, std::max(left, ptrdiff_t(double(k) - i * s / n + sd)),
+                      std::min(right, ptrdiff_t(double(k) + (n - i) * s / n + sd)), k, key);
+        }
+        const float t = key(a[k]);
+        ptrdiff_t i = left, j = right;
+        std::swap(a[left], a[k]);
+        if (key(a[right]) > t) std::swap(a[right], a[left]);
+        while (i < j) {
+            std::swap(a[i], a[j]);
+            ++i;
+            --j;
+            while (key(a[i]) < t) ++i;
+            while (key(a[j]) > t) --j;
+        }
+        if (key(a[left]) == t) {
+            std::swap(a[left], a[j]);
+        } else {
+            ++j;
+            std::swap(a[right], a[j]);
+        }
+        if (j <= k) left = j + 1;
+        if (k <= j) right = j - 1;
+    }
 }
 
 // Copies one record. Records hold at least a position (12 bytes), so whole
@@ -251,12 +292,24 @@ struct PtCloud_DataSetBuilder::Impl {
     std::unique_ptr<QFile> spill;
     quint64 spillSize = 0;
 
-    // addPoints' scratch
-    std::vector<char> batch;
+    // addPoints assembles batches of records and finds their cells; another
+    // thread deals them into the buckets (and spills) meanwhile.
+    struct Batch {
+        std::vector<char> records;
+        std::vector<quint32> cells;
+        size_t points = 0;
+    };
+    std::vector<Batch> batches;
+    std::deque<int> fullBatches, freeBatches;
+    std::mutex dealMutex;
+    std::condition_variable dealChanged;
+    std::thread dealer;
+    bool dealingDone = false;  // no more batches will come
+    QString dealFailure;
     std::vector<pcVec3f> rebased;
     std::vector<quint16> colorScratch;
     std::vector<uint8_t> zeros;
-    std::vector<quint32> cells;
+    std::vector<quint32> cells;  // of records dealt on the thread that finishes
 
     // finish: the partitioning thread hands finished blocks to the writing one
     ILongLiveActionProgress* progress = nullptr;
@@ -301,10 +354,14 @@ struct PtCloud_DataSetBuilder::Impl {
         // unpacked (colours as four floats). The buckets in flight are
         // counted as they come.
         inFlightBytes = qint64(2 * recordBytes + 32) * opt.targetBlockPoints;
+        batches.resize(kBatchesInFlight);
+        for (int i = 0; i < kBatchesInFlight; ++i) freeBatches.push_back(i);
         // Announced count and box: the buckets are known from the start and
         // nothing needs staging.
         if (header.pointCount > 0 && bounds.valid()) startGrid(header.pointCount, nullptr);
     }
+
+    ~Impl() { stopDealing(); }
 
     bool fail(const QString& why, QString* error)
     {
@@ -531,9 +588,9 @@ struct PtCloud_DataSetBuilder::Impl {
         return true;
     }
 
-    // Interleaves points [first, first + n) of chunk into batch records.
+    // Interleaves points [first, first + n) of chunk into records.
     void assemble(const stPtCloud_PointArray& chunk, const std::vector<const uint8_t*>& sources,
-                  size_t first, size_t n)
+                  size_t first, size_t n, std::vector<char>& batch)
     {
         batch.resize(n * recordBytes);
         const pcVec3f* positions = chunk.positions.data() + first;
@@ -563,25 +620,98 @@ struct PtCloud_DataSetBuilder::Impl {
         }
     }
 
-    bool place(const char* records, size_t n, QString* error)
+    // A free batch, or -1 when the dealing thread failed.
+    int takeBatch()
     {
+        std::unique_lock<std::mutex> lock(dealMutex);
+        dealChanged.wait(lock, [this] { return !freeBatches.empty() || !dealFailure.isEmpty(); });
+        if (!dealFailure.isEmpty()) return -1;
+        const int k = freeBatches.front();
+        freeBatches.pop_front();
+        return k;
+    }
+
+    void giveBatch(int k, bool deal)
+    {
+        {
+            std::lock_guard<std::mutex> lock(dealMutex);
+            (deal ? fullBatches : freeBatches).push_back(k);
+        }
+        dealChanged.notify_all();
+        if (deal && !dealer.joinable()) dealer = std::thread(&Impl::dealBatches, this);
+    }
+
+    void dealBatches()
+    {
+        bool ok = true;
+        for (;;) {
+            int k = -1;
+            {
+                std::unique_lock<std::mutex> lock(dealMutex);
+                dealChanged.wait(lock, [this] { return !fullBatches.empty() || dealingDone; });
+                if (fullBatches.empty()) return;
+                k = fullBatches.front();
+                fullBatches.pop_front();
+            }
+            // After a failure the batches are only given back.
+            QString why;
+            const Batch& b = batches[size_t(k)];
+            if (ok) ok = distribute(b.records.data(), b.cells.data(), b.points, &why);
+            {
+                std::lock_guard<std::mutex> lock(dealMutex);
+                if (!ok && dealFailure.isEmpty()) dealFailure = why.isEmpty() ? QStringLiteral("cannot spill points") : why;
+                freeBatches.push_back(k);
+            }
+            dealChanged.notify_all();
+        }
+    }
+
+    // Waits until every batch is dealt; false with the dealing thread's error.
+    bool stopDealing(QString* error = nullptr)
+    {
+        {
+            std::lock_guard<std::mutex> lock(dealMutex);
+            dealingDone = true;
+        }
+        dealChanged.notify_all();
+        if (dealer.joinable()) dealer.join();
+        return dealFailure.isEmpty() || fail(dealFailure, error);
+    }
+
+    // Stages a batch while the grid is not chosen; otherwise finds the cells
+    // of its records and hands it to the dealing thread.
+    bool place(int k, QString* error)
+    {
+        Batch& b = batches[size_t(k)];
         if (!gridReady) {
-            if (staging.size() + n * recordBytes <= stagingLimit()) {
+            const size_t bytes = b.points * recordBytes;
+            if (staging.size() + bytes <= stagingLimit()) {
                 if (staging.empty()) staging.reserve(stagingLimit());
-                staging.insert(staging.end(), records, records + n * recordBytes);
+                staging.insert(staging.end(), b.records.begin(), b.records.begin() + ptrdiff_t(bytes));
+                giveBatch(k, false);
                 return true;
             }
             // Without an announced count, assume the stream goes on a while;
             // a bucket that grows too large is split again later.
-            const quint64 known = staging.size() / recordBytes + n;
-            if (!startGrid(std::max<quint64>(header.pointCount, known * 4), error)) return false;
+            const quint64 known = staging.size() / recordBytes + b.points;
+            if (!startGrid(std::max<quint64>(header.pointCount, known * 4), error)) {
+                giveBatch(k, false);
+                return false;
+            }
         }
-        return distributeByGrid(records, n, error);
+        b.cells.resize(b.points);
+        for (size_t i = 0; i < b.points; ++i) b.cells[i] = grid.cellOf(positionOf(b.records.data() + i * recordBytes));
+        giveBatch(k, true);
+        return true;
     }
 
     bool addPoints(const stPtCloud_PointArray& chunk, QString* error)
     {
         if (finished) return fail(QStringLiteral("the dataset was already finished"), error);
+        {
+            std::lock_guard<std::mutex> lock(dealMutex);
+            if (failure.isEmpty()) failure = dealFailure;
+        }
         if (!failure.isEmpty()) return fail(failure, error);
         const size_t n = size_t(std::max(chunk.count, 0));
         if (chunk.positions.size() != n)
@@ -607,9 +737,15 @@ struct PtCloud_DataSetBuilder::Impl {
         }
         zeros.resize(kBatchPoints * sizeof(pcVec3f), 0);
         for (size_t first = 0; first < n; first += kBatchPoints) {
-            const size_t m = std::min(kBatchPoints, n - first);
-            assemble(chunk, sources, first, m);
-            if (!place(batch.data(), m, error)) {
+            const int k = takeBatch();
+            if (k < 0) {
+                failure = dealFailure;
+                return fail(failure, error);
+            }
+            Batch& b = batches[size_t(k)];
+            b.points = std::min(kBatchPoints, n - first);
+            assemble(chunk, sources, first, b.points, b.records);
+            if (!place(k, error)) {
                 failure = error ? *error : QStringLiteral("cannot spill points");
                 return false;
             }
@@ -712,16 +848,18 @@ struct PtCloud_DataSetBuilder::Impl {
         if (aborted()) return fail(QStringLiteral("cancelled"), error);
         const pcVec3f e = box.max - box.min;
         const size_t parts = (n + target - 1) / target;
-        Item* mid = begin + n * (parts / 2) / parts;
+        const ptrdiff_t m = ptrdiff_t(n * (parts / 2) / parts);
+        Item* mid = begin + m;
+        const ptrdiff_t last = ptrdiff_t(n) - 1;
         pcBoundingBoxf low = box, high = box;
         if (e.x >= e.y && e.x >= e.z) {
-            std::nth_element(begin, mid, end, [](const Item& u, const Item& v) { return u.p.x < v.p.x; });
+            selectNth(begin, 0, last, m, [](const Item& u) { return u.p.x; });
             low.max.x = high.min.x = mid->p.x;
         } else if (e.y >= e.z) {
-            std::nth_element(begin, mid, end, [](const Item& u, const Item& v) { return u.p.y < v.p.y; });
+            selectNth(begin, 0, last, m, [](const Item& u) { return u.p.y; });
             low.max.y = high.min.y = mid->p.y;
         } else {
-            std::nth_element(begin, mid, end, [](const Item& u, const Item& v) { return u.p.z < v.p.z; });
+            selectNth(begin, 0, last, m, [](const Item& u) { return u.p.z; });
             low.max.z = high.min.z = mid->p.z;
         }
         return split(begin, mid, low, error) && split(mid, end, high, error);
@@ -946,6 +1084,7 @@ struct PtCloud_DataSetBuilder::Impl {
     bool finish(ILongLiveActionProgress* sink, QString* error)
     {
         if (finished) return fail(QStringLiteral("the dataset was already finished"), error);
+        if (!stopDealing(error)) return false;
         if (!failure.isEmpty()) return fail(failure, error);
         finished = true;
         progress = sink;

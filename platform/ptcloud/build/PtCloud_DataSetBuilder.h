@@ -28,7 +28,7 @@ public:
         // The default holds some 20 million points of every LAS column, so a
         // typical survey file is never spilled, and keeps the process under
         // 1 GiB.
-        qint64 memoryBudgetBytes = 896ll << 20;
+        qint64 memoryBudgetBytes = 864ll << 20;
         bool shuffle = true;                         // DSS_Shuffled when true
         quint64 seed = 12345;                        // shuffle seed: same input, same file
         QString tempDir;                             // for the spill files; empty: beside the output
