@@ -1,7 +1,6 @@
 #include "Dlg_Progress_P3DWrapper.h"
 
 #include <QMessageBox>
-#include <QMutexLocker>
 #include <QSignalBlocker>
 #include <QTextBlock>
 #include <QTextCursor>
@@ -50,45 +49,48 @@ Dlg_Progress_P3DWrapper::Dlg_Progress_P3DWrapper(P3DWrapperThread* thread, QWidg
     connect(&m_checkTimer, SIGNAL(timeout()), this, SLOT(onCheckProgressTimer()), Qt::UniqueConnection);
     m_checkTimer.setInterval(kCheckIntervalMs);
     m_checkTimer.start();
-    m_mutex = std::make_unique<QMutex>();
-    m_thread->start(QThread::InheritPriority);
+    // Started from the event loop, not here: a subclass is still being
+    // constructed here, and the worker would call its progress interface
+    // while its constructor rewrites the object's vtable.
+    QMetaObject::invokeMethod(
+        this, [this] { if (m_thread) m_thread->start(QThread::InheritPriority); }, Qt::QueuedConnection);
 }
 
 Dlg_Progress_P3DWrapper::~Dlg_Progress_P3DWrapper() { stopCommand(); }
 
 bool Dlg_Progress_P3DWrapper::isStopRequested()
 {
-    QMutexLocker lock(m_mutex.get());
+    std::lock_guard<std::mutex> lock(m_mutex);
     return m_stopRequested;
 }
 
 void Dlg_Progress_P3DWrapper::setProgress(int value)
 {
-    QMutexLocker lock(m_mutex.get());
+    std::lock_guard<std::mutex> lock(m_mutex);
     m_progressValue = value;
 }
 
 void Dlg_Progress_P3DWrapper::setProgressText(const QString& text)
 {
-    QMutexLocker lock(m_mutex.get());
+    std::lock_guard<std::mutex> lock(m_mutex);
     m_progressText = text;
 }
 
 void Dlg_Progress_P3DWrapper::requestStop()
 {
-    QMutexLocker lock(m_mutex.get());
+    std::lock_guard<std::mutex> lock(m_mutex);
     m_stopRequested = true;
 }
 
 int Dlg_Progress_P3DWrapper::progress()
 {
-    QMutexLocker lock(m_mutex.get());
+    std::lock_guard<std::mutex> lock(m_mutex);
     return m_progressValue;
 }
 
 QString Dlg_Progress_P3DWrapper::progressText()
 {
-    QMutexLocker lock(m_mutex.get());
+    std::lock_guard<std::mutex> lock(m_mutex);
     return m_progressText;
 }
 

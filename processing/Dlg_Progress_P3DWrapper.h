@@ -1,9 +1,9 @@
 #pragma once
 
 #include <QDialog>
-#include <QMutex>
 #include <QTimer>
 #include <memory>
+#include <mutex>
 
 #include "ILongLiveActionProgress.h"
 #include "PtCloudEnums.h"
@@ -18,7 +18,7 @@ class progress_bar_dlg;
 
 // Runs one long processing command on a worker thread behind a modal
 // progress bar and log, and is the command's progress sink. The command
-// starts in the constructor; the dialog polls the worker every 100 ms,
+// starts once the event loop runs; the dialog polls the worker every 100 ms,
 // accepts on success and keeps failures on screen until the user closes it.
 // Closing it any other way stops the command first.
 class Dlg_Progress_P3DWrapper : public QDialog, public ptCloud::ILongLiveActionProgress {
@@ -58,7 +58,9 @@ private:
     std::unique_ptr<Ui::progress_bar_dlg> ui;
     std::unique_ptr<P3DWrapperThread> m_thread;  // null once the command has finished or been stopped
     QTimer m_checkTimer;
-    std::unique_ptr<QMutex> m_mutex;  // guards the three fields below
+    // Guards the three fields below. A pthread mutex rather than QMutex, whose
+    // futex ThreadSanitizer cannot see.
+    std::mutex m_mutex;
     int m_progressValue = 0;
     QString m_progressText;
     bool m_stopRequested = false;
