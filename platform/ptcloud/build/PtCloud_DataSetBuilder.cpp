@@ -309,7 +309,7 @@ struct PtCloud_DataSetBuilder::Impl {
     std::vector<pcVec3f> rebased;
     std::vector<quint16> colorScratch;
     std::vector<uint8_t> zeros;
-    std::vector<quint32> cells;  // of records dealt on the thread that finishes
+    std::vector<quint32> cells;  // of records dealt by the other threads (staged, split again)
 
     // finish: the partitioning thread hands finished blocks to the writing one
     ILongLiveActionProgress* progress = nullptr;
@@ -514,7 +514,7 @@ struct PtCloud_DataSetBuilder::Impl {
             return b.cursor;
         }
         char* slab = addSlab(b);
-        if (!slab) fail(QStringLiteral("out of memory for %1 points").arg(count), error);
+        if (!slab) fail(QStringLiteral("out of memory with %1 MiB of points held").arg(resident >> 20), error);
         return slab;
     }
 
