@@ -302,7 +302,7 @@ struct PtCloud_DataSetBuilder::Impl {
     std::vector<Batch> batches;
     std::deque<int> fullBatches, freeBatches;
     std::mutex dealMutex;
-    std::condition_variable dealChanged;
+    std::condition_variable batchFreed, batchFilled;
     std::thread dealer;
     bool dealingDone = false;  // no more batches will come
     QString dealFailure;
@@ -320,7 +320,7 @@ struct PtCloud_DataSetBuilder::Impl {
     std::vector<Output> outputs;
     std::deque<int> readyOutputs, spareOutputs;
     std::mutex mutex;
-    std::condition_variable changed;
+    std::condition_variable outputFreed, outputFilled;
     bool partitioned = false;  // the partitioning thread has no more blocks
     bool abort = false;        // the writing thread gave up: stop partitioning
     std::vector<Item> items;
@@ -624,7 +624,7 @@ struct PtCloud_DataSetBuilder::Impl {
     int takeBatch()
     {
         std::unique_lock<std::mutex> lock(dealMutex);
-        dealChanged.wait(lock, [this] { return !freeBatches.empty() || !dealFailure.isEmpty(); });
+        batchFreed.wait(lock, [this] { return !freeBatches.empty() || !dealFailure.isEmpty(); });
         if (!dealFailure.isEmpty()) return -1;
         const int k = freeBatches.front();
         freeBatches.pop_front();
@@ -637,7 +637,7 @@ struct PtCloud_DataSetBuilder::Impl {
             std::lock_guard<std::mutex> lock(dealMutex);
             (deal ? fullBatches : freeBatches).push_back(k);
         }
-        dealChanged.notify_all();
+        if (deal) batchFilled.notify_one();
         if (deal && !dealer.joinable()) dealer = std::thread(&Impl::dealBatches, this);
     }
 
@@ -648,7 +648,7 @@ struct PtCloud_DataSetBuilder::Impl {
             int k = -1;
             {
                 std::unique_lock<std::mutex> lock(dealMutex);
-                dealChanged.wait(lock, [this] { return !fullBatches.empty() || dealingDone; });
+                batchFilled.wait(lock, [this] { return !fullBatches.empty() || dealingDone; });
                 if (fullBatches.empty()) return;
                 k = fullBatches.front();
                 fullBatches.pop_front();
@@ -662,7 +662,7 @@ struct PtCloud_DataSetBuilder::Impl {
                 if (!ok && dealFailure.isEmpty()) dealFailure = why.isEmpty() ? QStringLiteral("cannot spill points") : why;
                 freeBatches.push_back(k);
             }
-            dealChanged.notify_all();
+            batchFreed.notify_one();
         }
     }
 
@@ -673,7 +673,7 @@ struct PtCloud_DataSetBuilder::Impl {
             std::lock_guard<std::mutex> lock(dealMutex);
             dealingDone = true;
         }
-        dealChanged.notify_all();
+        batchFilled.notify_one();
         if (dealer.joinable()) dealer.join();
         return dealFailure.isEmpty() || fail(dealFailure, error);
     }
@@ -881,7 +881,7 @@ struct PtCloud_DataSetBuilder::Impl {
         int slot = -1;
         {
             std::unique_lock<std::mutex> lock(mutex);
-            changed.wait(lock, [this] { return !spareOutputs.empty() || abort; });
+            outputFreed.wait(lock, [this] { return !spareOutputs.empty() || abort; });
             if (abort) return fail(QStringLiteral("cancelled"), error);
             slot = spareOutputs.front();
             spareOutputs.pop_front();
@@ -909,7 +909,7 @@ struct PtCloud_DataSetBuilder::Impl {
             std::lock_guard<std::mutex> lock(mutex);
             readyOutputs.push_back(slot);
         }
-        changed.notify_all();
+        outputFilled.notify_one();
         return true;
     }
 
@@ -952,7 +952,7 @@ struct PtCloud_DataSetBuilder::Impl {
             partitioned = true;
             if (ok) error->clear();
         }
-        changed.notify_all();
+        outputFilled.notify_one();
     }
 
     void stopPartitioning()
@@ -961,7 +961,7 @@ struct PtCloud_DataSetBuilder::Impl {
             std::lock_guard<std::mutex> lock(mutex);
             abort = true;
         }
-        changed.notify_all();
+        outputFreed.notify_one();
     }
 
     // --- finish: writing thread -------------------------------------------
@@ -987,7 +987,7 @@ struct PtCloud_DataSetBuilder::Impl {
             bool done = false;
             {
                 std::unique_lock<std::mutex> lock(mutex);
-                changed.wait_for(lock, kStopPoll, [this] { return !readyOutputs.empty() || partitioned; });
+                outputFilled.wait_for(lock, kStopPoll, [this] { return !readyOutputs.empty() || partitioned; });
                 if (!readyOutputs.empty()) {
                     slot = readyOutputs.front();
                     readyOutputs.pop_front();
@@ -1011,7 +1011,7 @@ struct PtCloud_DataSetBuilder::Impl {
                 out.records = Memory();
                 spareOutputs.push_back(slot);
             }
-            changed.notify_all();
+            outputFreed.notify_one();
         }
     }
 
