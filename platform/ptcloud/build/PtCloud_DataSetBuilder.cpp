@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
+#include <cstddef>
 #include <cstring>
 #include <deque>
 #include <mutex>
@@ -65,7 +66,7 @@ int floorLog2(quint64 v)
 // none larger before it and none smaller after. A sample of the range first
 // narrows it around k, so it takes about n + min(k, n - k) comparisons where
 // introselect takes two or three passes.
-template <class T, class Key> void selectNth(T* a, ptrdiff_t left, ptrdiff_t right, ptrdiff_t k, Key key)
+template <class T, class Key> void selectNth(T* a, std::ptrdiff_t left, std::ptrdiff_t right, std::ptrdiff_t k, Key key)
 {
     while (right > left) {
         if (right - left > 600) {
@@ -74,11 +75,11 @@ template <class T, class Key> void selectNth(T* a, ptrdiff_t left, ptrdiff_t rig
             const double z = std::log(n);
             const double s = 0.5 * std::exp(2 * z / 3);
             const double sd = 0.5 * std::sqrt(z * s * (n - s) / n) * (i < n / 2 ? -1 : 1);
-            selectNth(a, std::max(left, ptrdiff_t(double(k) - i * s / n + sd)),
-                      std::min(right, ptrdiff_t(double(k) + (n - i) * s / n + sd)), k, key);
+            selectNth(a, std::max(left, std::ptrdiff_t(double(k) - i * s / n + sd)),
+                      std::min(right, std::ptrdiff_t(double(k) + (n - i) * s / n + sd)), k, key);
         }
         const float t = key(a[k]);
-        ptrdiff_t i = left, j = right;
+        std::ptrdiff_t i = left, j = right;
         std::swap(a[left], a[k]);
         if (key(a[right]) > t) std::swap(a[right], a[left]);
         while (i < j) {
@@ -580,8 +581,12 @@ struct PtCloud_DataSetBuilder::Impl {
         const qint64 spillBuffer = std::min(kMaxSpillBuffer, std::max(kMinSpillBuffer, budget() / 8 / grid.cells()));
         spillShift = floorLog2(quint64(std::max<qint64>(spillBuffer / qint64(recordBytes), 1)));
         for (Bucket& b : buckets) b.shift = memoryShift;
-        const qint64 itemsReserve = 2 * qint64(std::min<quint64>(expectedPerBucket, quint64(1) << 31)) * qint64(sizeof(Item));
-        recordsLimit = std::max(budget() - inFlightBytes - itemsReserve, budget() / 2);
+        // Records may take the budget less what splitting a bucket of the
+        // expected size needs (see splittablePoints): the first buckets are
+        // then split at once, not dealt again into smaller ones.
+        const qint64 splitReserve = qint64(std::min<quint64>(expectedPerBucket, quint64(1) << 31)) *
+                                    qint64(sizeof(Item) + sizeof(quint32) + recordBytes);
+        recordsLimit = std::max(budget() - inFlightBytes - splitReserve, budget() / 2);
         gridReady = true;
         if (!distributeByGrid(staging.data(), staged, error)) return false;
         std::vector<char>().swap(staging);
@@ -687,7 +692,7 @@ struct PtCloud_DataSetBuilder::Impl {
             const size_t bytes = b.points * recordBytes;
             if (staging.size() + bytes <= stagingLimit()) {
                 if (staging.empty()) staging.reserve(stagingLimit());
-                staging.insert(staging.end(), b.records.begin(), b.records.begin() + ptrdiff_t(bytes));
+                staging.insert(staging.end(), b.records.begin(), b.records.begin() + std::ptrdiff_t(bytes));
                 giveBatch(k, false);
                 return true;
             }
@@ -848,9 +853,9 @@ struct PtCloud_DataSetBuilder::Impl {
         if (aborted()) return fail(QStringLiteral("cancelled"), error);
         const pcVec3f e = box.max - box.min;
         const size_t parts = (n + target - 1) / target;
-        const ptrdiff_t m = ptrdiff_t(n * (parts / 2) / parts);
+        const std::ptrdiff_t m = std::ptrdiff_t(n * (parts / 2) / parts);
         Item* mid = begin + m;
-        const ptrdiff_t last = ptrdiff_t(n) - 1;
+        const std::ptrdiff_t last = std::ptrdiff_t(n) - 1;
         pcBoundingBoxf low = box, high = box;
         if (e.x >= e.y && e.x >= e.z) {
             selectNth(begin, 0, last, m, [](const Item& u) { return u.p.x; });
