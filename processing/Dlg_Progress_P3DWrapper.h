@@ -44,15 +44,17 @@ public:
 protected:
     // Runs a command thread built by the caller: not started yet, owned from here on.
     Dlg_Progress_P3DWrapper(P3DWrapperThread* thread, QWidget* parent);
+    // Requests a stop, waits for the worker without limit, lets the
+    // controller drop what the command left half written, destroys the thread.
+    // A subclass that overrides the progress interface calls it from its own
+    // destructor, so the worker never calls into a half-destroyed object.
+    void stopCommand();
 
 private slots:
     void onCheckProgressTimer();
     void onClickedCancel();
 
 private:
-    // Requests a stop, waits for the worker without limit, lets the
-    // controller drop what the command left half written, destroys the thread.
-    void stopCommand();
     void showFailure(ptCloud::EEPtCloudActResult result);
 
     std::unique_ptr<Ui::progress_bar_dlg> ui;

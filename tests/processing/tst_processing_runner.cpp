@@ -75,6 +75,8 @@ private:
 class ScriptedDialog : public Dlg_Progress_P3DWrapper {
 public:
     explicit ScriptedDialog(ScriptedThread* thread) : Dlg_Progress_P3DWrapper(thread, nullptr) {}
+    // The worker calls progress() below: stop it before this part is gone.
+    ~ScriptedDialog() override { stopCommand(); }
     // Each poll of a running command reads the progress once.
     int progress() override
     {
