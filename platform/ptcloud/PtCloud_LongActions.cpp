@@ -56,6 +56,8 @@ Outcome writePoints(const QString& path, const stPtCloud_DataSetHeader& source, 
     header.columns = points.columnList();
     PtCloud_DataSetBuilder::Options options;
     options.tempDir = QFileInfo(path).absolutePath();
+    // The points are in memory already: the builder spills early rather than hold a second copy.
+    options.memoryBudgetBytes = 256ll << 20;
     QDir().mkpath(options.tempDir);
     const pcBoundingBoxf bounds = points.computeBounds();
     PtCloud_DataSetBuilder builder(path, header, bounds.valid() ? bounds : pcBoundingBoxf(0, 0, 0, 1, 1, 1), options);
