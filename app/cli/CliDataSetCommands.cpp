@@ -140,7 +140,7 @@ QList<CliCommand> CliDataSetCommands::commands()
 }
 
 bool CliDataSetCommands::chooseColumns(PtCloud_Controller* controller, const QStringList& lasKeys,
-                                       const QString& spec, QList<EDataSetColumn>* columns, QString* error)
+                                       const QString& columnList, QList<EDataSetColumn>* columns, QString* error)
 {
     QList<EDataSetColumn> common;
     for (int i = 0; i < lasKeys.size(); ++i) {
@@ -158,13 +158,13 @@ bool CliDataSetCommands::chooseColumns(PtCloud_Controller* controller, const QSt
                 if (!has.contains(common[j])) common.removeAt(j);
         }
     }
-    if (spec.isEmpty() || spec == QLatin1String("all")) {
+    if (columnList.isEmpty() || columnList == QLatin1String("all")) {
         *columns = common;
         return true;
     }
     columns->clear();
     *columns << DSC_Location;
-    for (const QString& part : spec.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+    for (const QString& part : columnList.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
         EDataSetColumn c;
         if (!columnFromName(part.trimmed(), &c)) {
             QStringList known;

@@ -20,7 +20,7 @@ public:
     // column the files have in common; otherwise a comma-separated list of
     // names, each of which every file must have. Location is always kept.
     static bool chooseColumns(ptCloud::PtCloud_Controller* controller, const QStringList& lasKeys,
-                              const QString& spec, QList<ptCloud::EDataSetColumn>* columns, QString* error);
+                              const QString& columnList, QList<ptCloud::EDataSetColumn>* columns, QString* error);
     // Makes the dataset with a progress bar; false with the controller's reason.
     static bool makeDataSet(ptCloud::PtCloud_Controller* controller, const QString& name, const QStringList& lasKeys,
                             const QList<ptCloud::EDataSetColumn>& columns, QString* error);

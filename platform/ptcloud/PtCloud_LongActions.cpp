@@ -116,12 +116,12 @@ PtCloud_LongActions::PtCloud_LongActions(const QString& pointsFile, ILongLiveAct
 {
 }
 
-bool PtCloud_LongActions::loadSource(stPtCloud_PointArray* all, stPtCloud_DataSetHeader* header, QString* why)
+EEPtCloudActResult PtCloud_LongActions::loadSource(stPtCloud_PointArray* all, stPtCloud_DataSetHeader* header)
 {
     PtCloud_DataSetFile file(m_points);
     if (m_points.isEmpty() || !file.openFile()) {
-        *why = m_points.isEmpty() ? QStringLiteral("no such dataset") : file.lastError();
-        return false;
+        if (m_progress) m_progress->setProgressText(m_points.isEmpty() ? QStringLiteral("no such dataset") : file.lastError());
+        return PCAR_InvalidDataSet;
     }
     *header = file.getHeader();
     QMap<int, std::tuple<unsigned int, pcBoundingBoxf>> blocks;
@@ -134,19 +134,16 @@ bool PtCloud_LongActions::loadSource(stPtCloud_PointArray* all, stPtCloud_DataSe
     loading.setProgressText(QStringLiteral("reading the points"));
     int done = 0;
     for (auto it = blocks.cbegin(); it != blocks.cend(); ++it) {
-        if (loading.isStopRequested()) {
-            *why = QStringLiteral("cancelled");
-            return false;
-        }
+        if (loading.isStopRequested()) return PCAR_Cancelled;
         const stPtCloud_PointArray* block = file.readBlock(it.key());
         if (!block) {
-            *why = file.lastError();
-            return false;
+            loading.setProgressText(file.lastError());
+            return PCAR_InvalidDataSet;
         }
         for (int i = 0; i < block->count; ++i) all->appendPoint(*block, i);
         loading.setProgress(100 * ++done / std::max(1, blocks.size()));
     }
-    return true;
+    return PCAR_Success;
 }
 
 EEPtCloudActResult PtCloud_LongActions::doMesh(const stControlParam_DataSet_Do& p)
@@ -171,7 +168,7 @@ EEPtCloudActResult PtCloud_LongActions::doMesh(const stControlParam_DataSet_Do& 
     stPtCloud_PointArray all;
     stPtCloud_DataSetHeader header;
     QString why;
-    if (!loadSource(&all, &header, &why)) return why == QLatin1String("cancelled") ? PCAR_Cancelled : PCAR_InvalidDataSet;
+    if (const EEPtCloudActResult r = loadSource(&all, &header); r != PCAR_Success) return r;
     std::vector<pcVec3f> vertices, normals;
     std::vector<unsigned int> triangles;
     PtCloud_ProgressRange running(m_progress, 10, 90);
@@ -201,7 +198,7 @@ EEPtCloudActResult PtCloud_LongActions::doDem(const stControlParam_DataSet_Do& p
     stPtCloud_PointArray all;
     stPtCloud_DataSetHeader header;
     QString why;
-    if (!loadSource(&all, &header, &why)) return why == QLatin1String("cancelled") ? PCAR_Cancelled : PCAR_InvalidDataSet;
+    if (const EEPtCloudActResult r = loadSource(&all, &header); r != PCAR_Success) return r;
 
     // Ground first: the cloth as fine as the points are dense.
     std::vector<int> classes;
@@ -255,7 +252,7 @@ EEPtCloudActResult PtCloud_LongActions::doSplit(const stControlParam_DataSet_Do&
     stPtCloud_PointArray all;
     stPtCloud_DataSetHeader header;
     QString why;
-    if (!loadSource(&all, &header, &why)) return why == QLatin1String("cancelled") ? PCAR_Cancelled : PCAR_InvalidDataSet;
+    if (const EEPtCloudActResult r = loadSource(&all, &header); r != PCAR_Success) return r;
 
     std::vector<int> labels;
     bool classes = false;       // labels are ground / non-ground classes
@@ -377,7 +374,7 @@ EEPtCloudActResult PtCloud_LongActions::doSample(const stControlParam_DataSet_Do
     stPtCloud_PointArray all;
     stPtCloud_DataSetHeader header;
     QString why;
-    if (!loadSource(&all, &header, &why)) return why == QLatin1String("cancelled") ? PCAR_Cancelled : PCAR_InvalidDataSet;
+    if (const EEPtCloudActResult r = loadSource(&all, &header); r != PCAR_Success) return r;
     std::vector<unsigned int> kept;
     PtCloud_ProgressRange running(m_progress, 10, 85);
     running.setProgressText(QStringLiteral("Poisson-disk sampling"));

@@ -26,8 +26,8 @@ public:
     EEPtCloudActResult doSample(const stControlParam_DataSet_Do& p);  // code 200
 
 private:
-    // Every point of the source in one array; false with a reason.
-    bool loadSource(stPtCloud_PointArray* all, stPtCloud_DataSetHeader* header, QString* why);
+    // Every point of the source in one array; on failure the reason goes to the progress text.
+    EEPtCloudActResult loadSource(stPtCloud_PointArray* all, stPtCloud_DataSetHeader* header);
     EEPtCloudActResult doDem(const stControlParam_DataSet_Do& p);
     // Labels of every point by split method func (100-107) with the split
     // dialog's list. False with an empty reason for a list of the wrong shape.

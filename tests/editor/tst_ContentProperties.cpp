@@ -37,17 +37,17 @@ bool writeBlocks(const QString& path, EDataSetType type, const QList<EDataSetCol
     QString error;
     if (!writer.begin(header, &error)) return false;
     for (size_t b = 0; b < blocks.size(); ++b) {
-        const BlockSpec& spec = blocks[b];
+        const BlockSpec& wanted = blocks[b];
         stPtCloud_PointArray block;
         block.origin = kOrigin;
         for (EDataSetColumn c : columns)
             if (c != DSC_Location) block.addColumn(c);
-        block.resize(int(spec.positions.size()));
-        block.positions = spec.positions;
-        block.triangles = spec.triangles;
-        if (!spec.labels.empty()) std::copy(spec.labels.begin(), spec.labels.end(), block.columnData<qint32>(DSC_Label));
-        if (!spec.classes.empty())
-            std::copy(spec.classes.begin(), spec.classes.end(), block.columnData<quint8>(DSC_Classification));
+        block.resize(int(wanted.positions.size()));
+        block.positions = wanted.positions;
+        block.triangles = wanted.triangles;
+        if (!wanted.labels.empty()) std::copy(wanted.labels.begin(), wanted.labels.end(), block.columnData<qint32>(DSC_Label));
+        if (!wanted.classes.empty())
+            std::copy(wanted.classes.begin(), wanted.classes.end(), block.columnData<quint8>(DSC_Classification));
         if (!writer.writeBlock(int(b), block, &error)) return false;
     }
     return writer.commit(&error);
