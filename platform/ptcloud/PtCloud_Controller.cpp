@@ -235,9 +235,14 @@ QString PtCloud_Controller::newDataSetFolder(const QString& name) const
     const QDir dir(m_folder);
     for (int i = 0;; ++i) {
         const QString rel = QStringLiteral("%1/%2").arg(kDataSetsDir, i == 0 ? base : QStringLiteral("%1_%2").arg(base).arg(i));
-        if (!QFileInfo::exists(dir.filePath(rel)) && !QFileInfo::exists(dir.filePath(rel + QStringLiteral(".part"))))
+        if (!QFileInfo::exists(dir.filePath(rel)) && !QFileInfo::exists(partFolder(rel)))
             return rel;
     }
+}
+
+QString PtCloud_Controller::partFolder(const QString& rel) const
+{
+    return QDir(m_folder).filePath(rel + QStringLiteral(".part"));
 }
 
 EEPtCloudActResult PtCloud_Controller::adoptDataSetFolder(const QString& name, const QString& rel,
@@ -299,7 +304,7 @@ EEPtCloudActResult PtCloud_Controller::makeDataSet(const stControlParam_DataSet_
     }
 
     const QString rel = newDataSetFolder(name);
-    const QString part = QDir(m_folder).filePath(rel + QStringLiteral(".part"));
+    const QString part = partFolder(rel);
     if (!QDir().mkpath(part)) return d->fail(PCAR_FileError, QStringLiteral("cannot create %1").arg(part));
     auto abandon = [&](EEPtCloudActResult code, const QString& why) {
         QDir(part).removeRecursively();
@@ -445,7 +450,7 @@ EEPtCloudActResult PtCloud_Controller::doCmd_DataSet_Copy(const stControlParam_D
     if (!isValidNewDataSetName(name))
         return d->fail(PCAR_InvalidParameter, QStringLiteral("invalid or existing dataset name \"%1\"").arg(p.target));
     const QString rel = newDataSetFolder(name);
-    const QString part = QDir(m_folder).filePath(rel + QStringLiteral(".part"));
+    const QString part = partFolder(rel);
     if (!copyFolder(src->getFolder(), part)) {
         QDir(part).removeRecursively();
         return d->fail(PCAR_FileError, QStringLiteral("cannot copy dataset %1").arg(p.source));
@@ -504,7 +509,7 @@ EEPtCloudActResult PtCloud_Controller::doCmd_DataSet_Merge(const stControlParam_
     }
 
     const QString rel = newDataSetFolder(name);
-    const QString part = QDir(m_folder).filePath(rel + QStringLiteral(".part"));
+    const QString part = partFolder(rel);
     if (!QDir().mkpath(part)) return d->fail(PCAR_FileError, QStringLiteral("cannot create %1").arg(part));
     quint64 total = 0;
     for (auto& f : files) total += f->getHeader().pointCount;

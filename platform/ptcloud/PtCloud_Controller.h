@@ -72,6 +72,8 @@ signals:
 private:
     bool saveManifest(QString* error) const;
     QString newDataSetFolder(const QString& name) const;
+    // Where a new dataset folder is built before it is renamed into place.
+    QString partFolder(const QString& rel) const;
     EEPtCloudActResult adoptDataSetFolder(const QString& name, const QString& rel, const QString& partFolder);
     // A builder for a new dataset, bucketing over the header bounds of its
     // LAS files when they hold the first points read.
