@@ -20,6 +20,12 @@ int CliConsole::fail(const QString& reason)
     return kExitFailure;
 }
 
+void CliConsole::note(const QString& text)
+{
+    std::fflush(stdout);
+    std::fprintf(stderr, "ptcloud: note: %s\n", text.simplified().toUtf8().constData());
+}
+
 int CliConsole::usage(const QString& reason)
 {
     fail(reason);

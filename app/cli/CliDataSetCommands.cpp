@@ -58,7 +58,7 @@ void chooseScaleAndOffset(const CliDataSetSummary& summary, double scale[3], dou
 
 // The file of the dataset that --content names: split:NAME, mesh:NAME,
 // cut:NAME or dem-classify; none, the points. *labelled: a split, whose
-// labels become the classes of the export.
+// labels become the classes and the "label" field of the export.
 bool contentFile(PtCloudDataSet* dataSet, const QString& content, QString* path, bool* labelled, QString* error)
 {
     *labelled = false;
@@ -95,25 +95,14 @@ bool contentFile(PtCloudDataSet* dataSet, const QString& content, QString* path,
     return true;
 }
 
-// A split's labels as LAS classes, which hold one byte: a label beyond
-// that fails the export rather than turn into another split's class.
-bool labelsToClasses(stPtCloud_PointArray& block, QString* error)
+// A split's labels as LAS classes, which hold one byte. The caller checked
+// that every label fits.
+void labelsToClasses(stPtCloud_PointArray& block)
 {
     const qint32* labels = block.columnData<qint32>(DSC_Label);
-    if (!labels) {
-        *error = QStringLiteral("the split carries no labels");
-        return false;
-    }
     if (!block.hasColumn(DSC_Classification)) block.addColumn(DSC_Classification);
     quint8* classes = block.columnData<quint8>(DSC_Classification);
-    for (int i = 0; i < block.count; ++i) {
-        if (labels[i] < 0 || labels[i] > 255) {
-            *error = QStringLiteral("label %1 does not fit the LAS classification (0 to 255)").arg(labels[i]);
-            return false;
-        }
-        classes[i] = quint8(labels[i]);
-    }
-    return true;
+    for (int i = 0; i < block.count; ++i) classes[i] = quint8(labels[i]);
 }
 
 }  // namespace
@@ -134,7 +123,7 @@ QList<CliCommand> CliDataSetCommands::commands()
         {words("info"), "DIR NAME [--json]", "counts, bounds, mean, columns and classes of a dataset", 2, 2,
          &CliDataSetCommands::info, {}, {"--json"}},
         {words("export"), "DIR NAME OUT.las [--content split:NAME|mesh:NAME|cut:NAME|dem-classify]",
-         "writes a dataset's points, or one of its contents, as a LAS 1.4 file (a split's labels as classes)", 3, 3,
+         "writes a dataset's points, or one of its contents, as a LAS 1.4 file (a split's labels as classes and in a \"label\" field)", 3, 3,
          &CliDataSetCommands::exportLas, {"--content"}},
     };
 }
@@ -296,15 +285,25 @@ int CliDataSetCommands::exportLas(const CliArguments& args)
         }
         double scale[3], offset[3];
         chooseScaleAndOffset(summary, scale, offset);
+        // Every label goes to the extra-bytes field; the classes hold them
+        // too unless one would turn into another cluster's class, and then
+        // the points keep the classes they had.
+        if (labelled && !summary.hasLabels()) return CliConsole::fail(QStringLiteral("the split carries no labels"));
+        const bool asClasses = labelled && summary.labelsFitClasses();
+        if (labelled && !asClasses)
+            CliConsole::note(QStringLiteral("labels beyond 0 to 255 do not fit the LAS classification: they are in "
+                                            "the extra-bytes field \"label\" only"));
         LasWriter writer;
+        writer.setLabelField(labelled);
         if (!writer.open(args.positional(2), summary.hasColor(), scale, offset, QString(), &error))
             return CliConsole::fail(error);
         CliProgressBar bar(QStringLiteral("exporting %1").arg(name));
         stPtCloud_DataSetHeader header;
         auto write = [&](const stPtCloud_PointArray& block, QString* why) {
-            if (!labelled) return writer.write(block, why);
+            if (!asClasses) return writer.write(block, why);
             stPtCloud_PointArray classified = block;
-            return labelsToClasses(classified, why) && writer.write(classified, why);
+            labelsToClasses(classified);
+            return writer.write(classified, why);
         };
         if (!CliBlockScan::run(points, bar.sink(), &header, write, &error) || !writer.close(&error))
             return CliConsole::fail(error);

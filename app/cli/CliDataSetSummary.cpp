@@ -28,6 +28,8 @@ bool CliDataSetSummary::compute(const QString& pointsFile, bool findGrid, ILongL
     m_points = 0;
     m_classes.fill(0);
     m_gridIndex.fill(0);
+    m_labelMin = std::numeric_limits<qint32>::max();
+    m_labelMax = std::numeric_limits<qint32>::min();
     m_min.fill(std::numeric_limits<double>::max());
     m_max.fill(-std::numeric_limits<double>::max());
     // Long double keeps the sum of millions of UTM-sized coordinates exact to
@@ -51,6 +53,13 @@ bool CliDataSetSummary::compute(const QString& pointsFile, bool findGrid, ILongL
         for (int a = 0; a < 3; ++a) sum[a] += blockSum[a] + (long double)origin[a] * block.count;
         if (const uint8_t* cls = block.columnData<uint8_t>(DSC_Classification))
             for (int i = 0; i < block.count; ++i) ++m_classes[cls[i]];
+        if (const qint32* labels = block.columnData<qint32>(DSC_Label)) {
+            const auto range = std::minmax_element(labels, labels + block.count);
+            if (block.count > 0) {
+                m_labelMin = std::min(m_labelMin, *range.first);
+                m_labelMax = std::max(m_labelMax, *range.second);
+            }
+        }
         m_points += quint64(block.count);
         return true;
     };
@@ -59,6 +68,7 @@ bool CliDataSetSummary::compute(const QString& pointsFile, bool findGrid, ILongL
     m_columns = header.columns;
     m_blocks = header.blockCount;
     m_hasClasses = m_columns.contains(DSC_Classification);
+    m_hasLabels = m_columns.contains(DSC_Label);
     for (int a = 0; a < 3; ++a) m_mean[size_t(a)] = m_points ? double(sum[a] / m_points) : 0.0;
     return true;
 }

@@ -31,6 +31,9 @@ public:
     // The coarsest of 1e-3 ... 1e-9 that holds every position of the axis,
     // limited by what single-precision storage can tell apart.
     double gridStep(int axis) const;
+    bool hasLabels() const { return m_hasLabels; }
+    // Whether every point carries a label that a one-byte LAS class can hold.
+    bool labelsFitClasses() const { return m_hasLabels && m_labelMin >= 0 && m_labelMax <= 255; }
 
 private:
     void addGridSample(int axis, double absolute, float relative);
@@ -41,6 +44,8 @@ private:
     QList<ptCloud::EDataSetColumn> m_columns;
     std::array<double, 3> m_min{}, m_max{}, m_mean{};
     bool m_hasClasses = false;
+    bool m_hasLabels = false;
+    qint32 m_labelMin = 0, m_labelMax = 0;
     std::array<quint64, 256> m_classes{};
     std::array<int, 3> m_gridIndex{};
 };

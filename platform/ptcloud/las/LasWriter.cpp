@@ -16,6 +16,9 @@ const int kHeaderBytes = 375;
 const int kVlrHeaderBytes = 54;
 const quint16 kWktRecordId = 2112;
 const quint16 kWktEncodingBit = 1 << 4;
+const quint16 kExtraBytesRecordId = 4;
+const int kExtraBytesDescriptorBytes = 192;
+const quint8 kExtraBytesInt32 = 6;
 // Points encoded per write call.
 const int kPointsPerWrite = 32768;
 
@@ -63,24 +66,36 @@ bool LasWriter::open(const QString& path, bool withColor, const double scale[3],
     std::fill(m_min, m_min + 3, std::numeric_limits<double>::max());
     std::fill(m_max, m_max + 3, -std::numeric_limits<double>::max());
     std::fill(m_byReturn, m_byReturn + 15, 0);
-    m_offsetToPoints = m_headerSize + (m_wkt.isEmpty() ? 0 : kVlrHeaderBytes + m_wkt.size());
+    m_offsetToPoints = m_headerSize + (m_wkt.isEmpty() ? 0 : kVlrHeaderBytes + m_wkt.size()) +
+                       (m_withLabel ? kVlrHeaderBytes + kExtraBytesDescriptorBytes : 0);
 
     // The header is written again by close(), once counts and bounds are known.
     std::vector<char> lead(m_offsetToPoints, '\0');
+    char* v = lead.data() + m_headerSize;
     if (!m_wkt.isEmpty()) {
-        char* v = lead.data() + m_headerSize;
         putText(v + 2, 16, "LASF_Projection");
         put<quint16>(v + 18, kWktRecordId);
         put<quint16>(v + 20, quint16(m_wkt.size()));
         putText(v + 22, 32, "OGC coordinate system WKT");
         std::memcpy(v + kVlrHeaderBytes, m_wkt.constData(), size_t(m_wkt.size()));
+        v += kVlrHeaderBytes + m_wkt.size();
+    }
+    if (m_withLabel) {
+        putText(v + 2, 16, "LASF_Spec");
+        put<quint16>(v + 18, kExtraBytesRecordId);
+        put<quint16>(v + 20, quint16(kExtraBytesDescriptorBytes));
+        putText(v + 22, 32, "Extra bytes");
+        char* d = v + kVlrHeaderBytes;
+        put<quint8>(d + 2, kExtraBytesInt32);  // no no-data, min, max, scale or offset: options stay 0
+        putText(d + 4, 32, "label");
+        putText(d + 160, 32, "cluster or class label");
     }
     if (m_file.write(lead.data(), qint64(lead.size())) != qint64(lead.size()))
         return fail(QStringLiteral("cannot write %1: %2").arg(path, m_file.errorString()));
     return true;
 }
 
-int LasWriter::recordLength() const { return m_withColor ? 36 : 30; }
+int LasWriter::recordLength() const { return (m_withColor ? 36 : 30) + (m_withLabel ? 4 : 0); }
 
 bool LasWriter::write(const stPtCloud_PointArray& points, QString* error) {
     // A file missing some points must not be committed later: give it up.
@@ -118,6 +133,7 @@ bool LasWriter::write(const stPtCloud_PointArray& points, QString* error) {
     const auto user = column(DSC_UserData, quint8(0));
     const auto source = column(DSC_PointSourceId, quint16(0));
     const auto gps = column(DSC_GpsTime, 0.0);
+    const auto label = column(DSC_Label, qint32(-1));
     if (!bad.isEmpty()) return fail(bad);
     const bool colors = m_withColor && !points.colors.empty();
 
@@ -158,6 +174,7 @@ bool LasWriter::write(const stPtCloud_PointArray& points, QString* error) {
                 for (int a = 0; a < 3; ++a)
                     put<quint16>(r + 30 + 2 * a, quint16(std::lround(std::clamp(rgb[a], 0.f, 1.f) * 65535.f)));
             }
+            if (m_withLabel) put<qint32>(r + recLen - 4, label.at(i));
         }
         const qint64 bytes = qint64(k) * recLen;
         if (m_file.write(buf.data(), bytes) != bytes)
@@ -187,7 +204,7 @@ bool LasWriter::close(QString* error) {
     put<quint16>(h + 92, quint16(today.year()));
     put<quint16>(h + 94, quint16(m_headerSize));
     put<quint32>(h + 96, m_offsetToPoints);
-    put<quint32>(h + 100, m_wkt.isEmpty() ? 0 : 1);
+    put<quint32>(h + 100, quint32((m_wkt.isEmpty() ? 0 : 1) + (m_withLabel ? 1 : 0)));
     put<quint8>(h + 104, m_withColor ? 7 : 6);
     put<quint16>(h + 105, quint16(recordLength()));
     // The 32-bit counts at 107 and 111 stay 0, as formats 6 and up require.

@@ -11,10 +11,17 @@ namespace ptCloud {
 
 // Writes LAS 1.4, point format 6 (7 with Color), which other software reads.
 // Atomic: the target appears only when close() succeeds.
+// With the label field, every record ends in a signed 32-bit extra-bytes
+// attribute "label" (described in the standard's Extra Bytes record) taken
+// from the points' DSC_Label column: cluster ids survive the export whole,
+// even where they do not fit the one-byte classification.
 class LasWriter {
 public:
     LasWriter();
     ~LasWriter();
+
+    // Takes effect at the next open().
+    void setLabelField(bool on) { m_withLabel = on; }
 
     // scale: the coordinate resolution (e.g. 0.001); offset: near the data.
     // wkt: coordinate system to record, may be empty.
@@ -31,6 +38,7 @@ private:
     QSaveFile m_file;
     QByteArray m_wkt;  // NUL-terminated, empty when there is no coordinate system
     bool m_withColor = false;
+    bool m_withLabel = false;
     double m_scale[3] = {0.001, 0.001, 0.001};
     double m_offset[3] = {0, 0, 0};
     quint64 m_count = 0;
