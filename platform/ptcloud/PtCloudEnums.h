@@ -54,6 +54,8 @@ enum EEPtCloudActResult : int {
 enum EDataSetSort : int {
     DSS_None = 0,      // as read
     DSS_Shuffled = 1,  // taking every k-th point is an even thinning of the block
+    DSS_Morton = 2,    // along a Morton curve of the block's box: every k-th point is an even
+                       // thinning and nearby points are drawn together
 };
 
 // What a data file holds.

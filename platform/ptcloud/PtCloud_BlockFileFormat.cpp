@@ -167,7 +167,7 @@ bool PtCloud_BlockFileFormat::decodeHeader(const QByteArray& bytes, quint64 file
     const quint32 sort = get<quint32>(p, kOffSort);
     const quint32 coloring = get<quint32>(p, kOffColoring);
     const quint32 mask = get<quint32>(p, kOffColumnMask);
-    if (type > DST_Classify || sort > DSS_Shuffled || coloring > CM_Cluster)
+    if (type > DST_Classify || sort > DSS_Morton || coloring > CM_Cluster)
         return fail(QStringLiteral("block file header has an unknown type, sort or colouring"));
     if (!(mask & (1u << DSC_Location)) || (mask >> DSC_Count) != 0)
         return fail(QStringLiteral("block file header has an unknown column set"));

@@ -50,7 +50,7 @@ stPtCloud_DataSetHeader pointsHeader(const QList<EDataSetColumn>& columns, const
 {
     stPtCloud_DataSetHeader header;
     header.type = DST_Points;
-    header.sort = DSS_Shuffled;
+    header.sort = DSS_Morton;
     header.coloringMode = coloringFor(columns);
     header.origin = origin;
     header.columns = columns;

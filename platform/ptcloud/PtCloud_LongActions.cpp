@@ -50,7 +50,7 @@ Outcome writePoints(const QString& path, const stPtCloud_DataSetHeader& source, 
 {
     stPtCloud_DataSetHeader header;
     header.type = type;
-    header.sort = DSS_Shuffled;
+    header.sort = DSS_Morton;
     header.coloringMode = coloring;
     header.origin = source.origin;
     header.columns = points.columnList();

@@ -44,12 +44,43 @@ constexpr int kOutputsInFlight = 2;
 // How often the writing thread looks at the stop request while it waits.
 constexpr std::chrono::milliseconds kStopPoll(50);
 
-quint64 splitMix(quint64& state)
+// Spreads the low 21 bits of v two bits apart, so that three of them
+// interleave into a Morton key.
+quint64 spreadBits(quint32 v)
 {
-    quint64 z = (state += 0x9E3779B97F4A7C15ull);
-    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-    return z ^ (z >> 31);
+    quint64 x = v & 0x1fffffu;
+    x = (x | x << 32) & 0x1f00000000ffffull;
+    x = (x | x << 16) & 0x1f0000ff0000ffull;
+    x = (x | x << 8) & 0x100f00f00f00f00full;
+    x = (x | x << 4) & 0x10c30c30c30c30c3ull;
+    x = (x | x << 2) & 0x1249249249249249ull;
+    return x;
+}
+
+// Least-significant-digit radix sort of 64-bit values, 11 bits a pass; a
+// pass whose digit is the same for every value is skipped. Stable, so equal
+// values keep their order. The result ends in values.
+void radixSort(std::vector<quint64>& values, std::vector<quint64>& scratch)
+{
+    constexpr int kBits = 11, kPasses = 6;
+    constexpr size_t kRadix = size_t(1) << kBits;
+    const size_t n = values.size();
+    std::vector<quint32> counts(kPasses * kRadix, 0);
+    for (quint64 v : values)
+        for (int p = 0; p < kPasses; ++p) ++counts[size_t(p) * kRadix + ((v >> (p * kBits)) & (kRadix - 1))];
+    scratch.resize(n);
+    for (int p = 0; p < kPasses; ++p) {
+        quint32* c = counts.data() + size_t(p) * kRadix;
+        if (std::find(c, c + kRadix, quint32(n)) != c + kRadix) continue;
+        quint32 sum = 0;
+        for (size_t d = 0; d < kRadix; ++d) {
+            const quint32 k = c[d];
+            c[d] = sum;
+            sum += k;
+        }
+        for (quint64 v : values) scratch[c[(v >> (p * kBits)) & (kRadix - 1)]++] = v;
+        values.swap(scratch);
+    }
 }
 
 int floorLog2(quint64 v)
@@ -259,7 +290,7 @@ struct PtCloud_DataSetBuilder::Impl {
     };
 
     // One bucket's blocks on their way from the partitioning thread to the
-    // writing one, which shuffles them: their records one block after the
+    // writing one, which orders them: their records one block after the
     // other.
     struct Output {
         Memory records;
@@ -328,8 +359,8 @@ struct PtCloud_DataSetBuilder::Impl {
     std::vector<quint32> blockOf;  // of each record of the bucket being split
     std::vector<size_t> blockSizes;
     stPtCloud_PointArray block;
-    std::vector<quint32> permutation;
-    std::vector<char> shuffled;
+    std::vector<quint64> keys, keyScratch;
+    std::vector<char> ordered;
     std::vector<quint16> blockColors;
 
     Impl(const QString& path, const stPtCloud_DataSetHeader& h, const pcBoundingBoxf& b,
@@ -338,7 +369,7 @@ struct PtCloud_DataSetBuilder::Impl {
     {
         opt.targetBlockPoints = std::max(opt.targetBlockPoints, 1);
         opt.memoryBudgetBytes = std::max(opt.memoryBudgetBytes, kMinBudget);
-        header.sort = opt.shuffle ? DSS_Shuffled : DSS_None;
+        header.sort = opt.morton ? DSS_Morton : DSS_None;
         header.columns.clear();
         recordBytes = size_t(columnValueBytes(DSC_Location));
         for (int c = 0; c < DSC_Count; ++c) {
@@ -351,10 +382,11 @@ struct PtCloud_DataSetBuilder::Impl {
             recordLayout.push_back({col, recordBytes, size_t(width), movers.first, movers.second});
             recordBytes += size_t(width);
         }
-        // The block being written: its shuffled records and every column
+        // The block being written: its ordered records, their sort keys and
+        // every column
         // unpacked (colours as four floats). The buckets in flight are
         // counted as they come.
-        inFlightBytes = qint64(2 * recordBytes + 32) * opt.targetBlockPoints;
+        inFlightBytes = qint64(2 * recordBytes + 48) * opt.targetBlockPoints;
         batches.resize(kBatchesInFlight);
         for (int i = 0; i < kBatchesInFlight; ++i) freeBatches.push_back(i);
         // Announced count and box: the buckets are known from the start and
@@ -872,7 +904,7 @@ struct PtCloud_DataSetBuilder::Impl {
 
     // Splits a bucket into blocks and hands them to the writing thread. The
     // records are read in memory order and dealt to their blocks, which the
-    // writing thread shuffles: no record is fetched at random from the whole
+    // writing thread orders: no record is fetched at random from the whole
     // bucket.
     bool splitBucket(const Bucket& b, QString* error)
     {
@@ -1006,7 +1038,7 @@ struct PtCloud_DataSetBuilder::Impl {
             Output& out = outputs[size_t(slot)];
             for (const Block& k : out.blocks) {
                 if (stopRequested()) return fail(QStringLiteral("cancelled"), error);
-                unpack(out.records.get() + k.first * recordBytes, k.points, k.id);
+                unpack(out.records.get() + k.first * recordBytes, k.points);
                 if (!writer->writeBlock(k.id, block, error)) return false;
                 pointsDone += quint64(k.points);
                 report();
@@ -1020,25 +1052,46 @@ struct PtCloud_DataSetBuilder::Impl {
         }
     }
 
-    // Spreads a block's records into the columns of the block to write, in
-    // shuffled order. A Fisher-Yates permutation of their indices, with a
-    // seed of the block's own (same input, same file), gathers the records
-    // into a copy, which each column then reads in order.
-    void unpack(const char* records, size_t n, int id)
+    // Sorts a block's records along a Morton curve through the box they
+    // span: each run of consecutive points then fills a compact cell of the
+    // block, so every k-th point is an even thinning, and points drawn one
+    // after the other are near. Each key holds the curve position (21 bits
+    // an axis, less the low bits the index needs) above the record's index:
+    // one radix sort of plain integers orders them, points in the same cell
+    // keep their order (same input, same file), and the index comes back out
+    // of the key.
+    void sortAlongCurve(const char* records, size_t n)
     {
-        if (opt.shuffle) {
-            permutation.resize(n);
-            for (size_t i = 0; i < n; ++i) permutation[i] = quint32(i);
-            quint64 state = opt.seed ^ (quint64(id) * 0xD1B54A32D192ED03ull);
-            for (size_t i = n; i > 1; --i) {
-                const size_t j = size_t((unsigned __int128)splitMix(state) * i >> 64);
-                std::swap(permutation[i - 1], permutation[j]);
-            }
-            shuffled.resize(n * recordBytes);
-            for (size_t i = 0; i < n; ++i)
-                copyRecord(shuffled.data() + i * recordBytes, records + size_t(permutation[i]) * recordBytes,
-                           recordBytes);
-            records = shuffled.data();
+        pcBoundingBoxf box;
+        for (size_t i = 0; i < n; ++i) box.expandBy(positionOf(records + i * recordBytes));
+        const float cells = float(1 << 21);
+        const pcVec3f e = box.max - box.min;
+        auto scale = [cells](float extent) { return extent > 0.f ? cells / extent : 0.f; };
+        const float sx = scale(e.x), sy = scale(e.y), sz = scale(e.z);
+        auto cell = [cells](float t) { return quint32(std::min(t, cells - 1.f)); };
+        const int indexBits = n > 1 ? floorLog2(quint64(n - 1)) + 1 : 1;
+        const quint64 indexMask = (quint64(1) << indexBits) - 1;
+        keys.resize(n);
+        for (size_t i = 0; i < n; ++i) {
+            const pcVec3f p = positionOf(records + i * recordBytes) - box.min;
+            const quint64 curve = spreadBits(cell(p.x * sx)) | spreadBits(cell(p.y * sy)) << 1 |
+                                  spreadBits(cell(p.z * sz)) << 2;
+            keys[i] = (curve << 1 & ~indexMask) | quint64(i);
+        }
+        radixSort(keys, keyScratch);
+        ordered.resize(n * recordBytes);
+        for (size_t i = 0; i < n; ++i)
+            copyRecord(ordered.data() + i * recordBytes, records + size_t(keys[i] & indexMask) * recordBytes,
+                       recordBytes);
+    }
+
+    // Spreads a block's records into the columns of the block to write,
+    // ordered along the curve unless asked to keep them as they came.
+    void unpack(const char* records, size_t n)
+    {
+        if (opt.morton) {
+            sortAlongCurve(records, n);
+            records = ordered.data();
         }
         block.resize(int(n));
         unpackColumn<sizeof(pcVec3f)>(records, recordBytes, n, reinterpret_cast<uint8_t*>(block.positions.data()));
@@ -1109,8 +1162,9 @@ struct PtCloud_DataSetBuilder::Impl {
         std::vector<Item>().swap(items);
         std::vector<quint32>().swap(blockOf);
         outputs.clear();
-        std::vector<quint32>().swap(permutation);
-        std::vector<char>().swap(shuffled);
+        std::vector<quint64>().swap(keys);
+        std::vector<quint64>().swap(keyScratch);
+        std::vector<char>().swap(ordered);
         block = stPtCloud_PointArray();
         if (ok && progress) progress->setProgress(100);
         return ok;

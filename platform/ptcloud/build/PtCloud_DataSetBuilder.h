@@ -16,9 +16,10 @@ class ILongLiveActionProgress;
 // Makes a block file from a stream of points, out of core: points are dealt
 // into spatial buckets, kept in memory while they fit and spilled to a
 // temporary file beyond that; then each bucket is split (k-d, by the longest
-// axis) into blocks of at most targetBlockPoints points, shuffled so that
-// every k-th point is an even thinning, and written while the next blocks
-// are being split. Memory stays within memoryBudgetBytes whatever the number
+// axis) into blocks of at most targetBlockPoints points, ordered along a
+// Morton curve of each block's box so that every k-th point is an even
+// thinning and nearby points are drawn together, and written while the next
+// blocks are being split. Memory stays within memoryBudgetBytes whatever the number
 // of points.
 class PtCloud_DataSetBuilder {
 public:
@@ -29,8 +30,7 @@ public:
         // typical survey file is never spilled, and keeps the process under
         // 1 GiB.
         qint64 memoryBudgetBytes = 864ll << 20;
-        bool shuffle = true;                         // DSS_Shuffled when true
-        quint64 seed = 12345;                        // shuffle seed: same input, same file
+        bool morton = true;                          // DSS_Morton when true, else as they came
         QString tempDir;                             // for the spill files; empty: beside the output
     };
 
@@ -48,7 +48,7 @@ public:
     // Adds points (positions relative to chunk.origin; re-based to the
     // header's origin). Columns the builder was not asked for are ignored.
     bool addPoints(const stPtCloud_PointArray& chunk, QString* error);
-    // Partitions, shuffles and writes the file atomically. Honours the
+    // Partitions, orders and writes the file atomically. Honours the
     // progress sink's stop request (returns false with error "cancelled").
     bool finish(ILongLiveActionProgress* progress, QString* error);
     quint64 pointCount() const;

@@ -1,8 +1,10 @@
 // The out-of-core dataset builder on generated terrain whose every point can
 // be recomputed from its id (kept in GpsTime): nothing lost or duplicated,
 // positions kept, blocks within the target and their boxes, stride thinning
-// spread over each block, the same result under a tiny memory budget, and a
-// stop request that leaves nothing behind.
+// spread over each block at least as evenly as a random subset, the same
+// result under a tiny memory budget, buckets partly spilled or too large to
+// split at once, and a stop request or an unusable temporary folder that
+// leaves nothing behind.
 
 #include <QtTest>
 #include <cmath>
@@ -29,18 +31,24 @@ double unit(quint64 id, quint64 salt)
     return double(mix(id * 4 + salt) >> 11) / double(1ull << 53);
 }
 
-// Rolling terrain, 1000 m x 600 m, relative to kOrigin; `identical` puts
-// every point at one place.
-pcVec3d pointAt(quint64 id, bool identical)
+enum class Layout {
+    Terrain,    // rolling terrain, 1000 m x 600 m, relative to kOrigin
+    Identical,  // every point at one place
+    Clustered,  // three points in four in a 4 m cube on the terrain, the rest on it
+};
+
+pcVec3d pointAt(quint64 id, Layout layout)
 {
-    if (identical) return pcVec3d(12.5, 40.25, 3.0);
+    if (layout == Layout::Identical) return pcVec3d(12.5, 40.25, 3.0);
+    if (layout == Layout::Clustered && id % 4 != 0)
+        return pcVec3d(610.0 + 4.0 * unit(id, 1), 220.0 + 4.0 * unit(id, 2), 4.0 * unit(id, 3));
     const double x = 1000.0 * unit(id, 1), y = 600.0 * unit(id, 2);
     return pcVec3d(x, y, 10.0 * std::sin(x / 50.0) + 5.0 * std::cos(y / 30.0) + unit(id, 3));
 }
 
 struct Scene {
     quint64 points = 0;
-    bool identical = false;
+    Layout layout = Layout::Terrain;
 };
 
 // Feeds the points in chunks whose own origin differs from the dataset's.
@@ -56,7 +64,7 @@ bool feed(PtCloud_DataSetBuilder& builder, const Scene& scene, QString* error)
         chunk.resize(n);
         for (int i = 0; i < n; ++i) {
             const quint64 id = first + quint64(i);
-            const pcVec3d p = pointAt(id, scene.identical);
+            const pcVec3d p = pointAt(id, scene.layout);
             chunk.positions[i] = pcVec3f(float(p.x - 100.0), float(p.y + 50.0), float(p.z));
             chunk.colors[i] = pcVec4f(float(id % 65536) / 65535.f, 0.f, 1.f, 1.f);
             chunk.columnData<quint16>(DSC_Intensity)[i] = quint16(id % 65521);
@@ -86,29 +94,49 @@ struct PointRecord {
     bool operator==(const PointRecord& o) const { return id == o.id && x == o.x && y == o.y && z == o.z; }
 };
 
-// Share of the occupied cells of a coarse grid over the block that still hold
-// a point after keeping every k-th one; only well-filled cells count.
-double occupiedShare(const stPtCloud_PointArray& a, const pcBoundingBoxf& box, int stride)
+// How evenly keeping every k-th point thins a block, on a grid of 2^level
+// cells an axis over the block's box.
+struct Coverage {
+    int kept = 0;            // occupied cells that keep a point
+    double randomMean = 0;   // occupied cells a random subset of as many points keeps, on average
+    double randomVar = 0;    // and an upper bound of its variance
+    int denseMissed = 0;     // cells of at least 2k points that keep none
+};
+
+// A random subset of m of the n points (without replacement) misses a cell of
+// c points with probability C(n - c, m) / C(n, m). The misses of different
+// cells are negatively correlated (one cell missed leaves more of the subset
+// for the others), so the variance of the kept count is at most the sum of
+// the cells' own variances.
+Coverage coverage(const stPtCloud_PointArray& a, const pcBoundingBoxf& box, int stride, int level)
 {
-    const int side = 4;
+    const int side = 1 << level;
     const pcVec3f e = box.max - box.min;
-    auto cellOf = [&](const pcVec3f& p) {
-        const int cx = e.x > 0 ? std::min(side - 1, int((p.x - box.min.x) / e.x * side)) : 0;
-        const int cy = e.y > 0 ? std::min(side - 1, int((p.y - box.min.y) / e.y * side)) : 0;
-        return cy * side + cx;
+    auto index = [side](float v, float lo, float extent) {
+        return extent > 0.f ? std::min(side - 1, int((v - lo) / extent * float(side))) : 0;
     };
-    std::vector<int> full(side * side, 0), thinned(side * side, 0);
+    std::vector<int> all(size_t(side * side * side), 0), kept(all.size(), 0);
     for (int i = 0; i < a.count; ++i) {
-        ++full[size_t(cellOf(a.positions[i]))];
-        if (i % stride == 0) ++thinned[size_t(cellOf(a.positions[i]))];
+        const pcVec3f& p = a.positions[i];
+        const size_t c = size_t((index(p.z, box.min.z, e.z) * side + index(p.y, box.min.y, e.y)) * side +
+                                index(p.x, box.min.x, e.x));
+        ++all[c];
+        if (i % stride == 0) ++kept[c];
     }
-    int filled = 0, kept = 0;
-    for (int c = 0; c < side * side; ++c) {
-        if (full[size_t(c)] < 20 * stride) continue;
-        ++filled;
-        kept += thinned[size_t(c)] > 0;
+    const double n = a.count, m = (a.count + stride - 1) / stride;
+    Coverage r;
+    for (size_t c = 0; c < all.size(); ++c) {
+        if (all[c] == 0) continue;
+        r.kept += kept[c] > 0;
+        if (all[c] >= 2 * stride && kept[c] == 0) ++r.denseMissed;
+        const double rest = n - all[c];
+        const double miss = rest < m ? 0.0
+                                     : std::exp(std::lgamma(rest + 1) - std::lgamma(rest - m + 1) -
+                                                std::lgamma(n + 1) + std::lgamma(n - m + 1));
+        r.randomMean += 1.0 - miss;
+        r.randomVar += miss * (1.0 - miss);
     }
-    return filled ? double(kept) / filled : 1.0;
+    return r;
 }
 
 // Checks every invariant of a built file and returns its points by id.
@@ -123,7 +151,7 @@ bool verifyFile(const QString& path, const Scene& scene, int target, std::vector
     if (!file.openFile()) return fail(file.lastError());
     const stPtCloud_DataSetHeader& h = file.getHeader();
     if (h.pointCount != scene.points) return fail(QStringLiteral("header count %1").arg(h.pointCount));
-    if (h.sort != DSS_Shuffled || h.origin != kOrigin) return fail(QStringLiteral("sort or origin"));
+    if (h.sort != DSS_Morton || h.origin != kOrigin) return fail(QStringLiteral("sort or origin"));
     if (h.columns != QList<EDataSetColumn>({DSC_Location, DSC_Color, DSC_Intensity, DSC_GpsTime}))
         return fail(QStringLiteral("columns"));
     QMap<int, std::tuple<unsigned int, pcBoundingBoxf>> blocks;
@@ -143,7 +171,7 @@ bool verifyFile(const QString& path, const Scene& scene, int target, std::vector
             const double gps = a->columnData<double>(DSC_GpsTime)[i];
             const quint64 id = quint64(gps);
             if (gps < 0 || id >= scene.points || seen[id]++) return fail(QStringLiteral("id %1 twice or unknown").arg(gps));
-            const pcVec3d want = pointAt(id, scene.identical);
+            const pcVec3d want = pointAt(id, scene.layout);
             // Float precision relative to the origin: about 1e-4 m at 1 km.
             if (std::fabs(double(p.x) - want.x) > 1e-3 || std::fabs(double(p.y) - want.y) > 1e-3 ||
                 std::fabs(double(p.z) - want.z) > 1e-3)
@@ -154,22 +182,37 @@ bool verifyFile(const QString& path, const Scene& scene, int target, std::vector
             out->push_back({id, p.x, p.y, p.z});
         }
         blockAreas += double(box.max.x - box.min.x) * double(box.max.y - box.min.y);
-        if (scene.identical || a->count <= 1000) continue;
-        // Thinning by 3 and 10 as the loader does keeps the block's extent and fill.
+        if (scene.layout == Layout::Identical || a->count <= 1000) continue;
+        // Thinning by 3 and 10 as the loader does keeps the block's extent
+        // and, at every scale, at least as many of its occupied cells as a
+        // random subset would (three standard deviations of slack). Along the
+        // curve each cell is one run of consecutive points, so none of 2k
+        // points or more is left empty (k would do; 2k leaves room for
+        // points a rounding puts on the other side of a cell's border).
         for (int stride : {3, 10}) {
             pcBoundingBoxf thin;
             for (int i = 0; i < a->count; i += stride) thin.expandBy(a->positions[i]);
             const pcVec3f full = box.max - box.min, kept = thin.max - thin.min;
             if (kept.x < 0.8f * full.x || kept.y < 0.8f * full.y || kept.z < 0.7f * full.z)
                 return fail(QStringLiteral("stride %1 shrinks block %2").arg(stride).arg(it.key()));
-            if (occupiedShare(*a, box, stride) < 0.95)
-                return fail(QStringLiteral("stride %1 leaves holes in block %2").arg(stride).arg(it.key()));
+            for (int level = 1; level <= 4; ++level) {
+                const Coverage c = coverage(*a, box, stride, level);
+                if (c.kept < c.randomMean - 3.0 * std::sqrt(c.randomVar) || c.denseMissed > 0)
+                    return fail(QStringLiteral("stride %1 leaves holes in block %2 at level %3: %4 cells kept, "
+                                               "%5 by a random subset, %6 dense cells missed")
+                                    .arg(stride)
+                                    .arg(it.key())
+                                    .arg(level)
+                                    .arg(c.kept)
+                                    .arg(c.randomMean)
+                                    .arg(c.denseMissed));
+            }
         }
     }
     // Blocks are cells of a spatial partition: their boxes do not overlap, so
     // their areas add up to no more than the whole box's.
     const pcVec3f extent = h.bounds.max - h.bounds.min;
-    if (!scene.identical && blockAreas > 1.001 * double(extent.x) * double(extent.y))
+    if (scene.layout != Layout::Identical && blockAreas > 1.001 * double(extent.x) * double(extent.y))
         return fail(QStringLiteral("block boxes overlap"));
     std::sort(out->begin(), out->end());
     return true;
@@ -202,6 +245,7 @@ QStringList entriesOf(const QString& dir)
 }  // namespace
 
 Q_DECLARE_METATYPE(Run)
+Q_DECLARE_METATYPE(Layout)
 
 class TestStorageBuilder : public QObject {
     Q_OBJECT
@@ -228,36 +272,36 @@ void TestStorageBuilder::init()
 void TestStorageBuilder::invariants_data()
 {
     QTest::addColumn<quint64>("points");
-    QTest::addColumn<bool>("identical");
+    QTest::addColumn<Layout>("layout");
     QTest::addColumn<int>("target");
     QTest::addColumn<Run>("run");
 
     const qint64 large = 256ll << 20, tiny = 1ll << 20;
-    QTest::newRow("in memory") << quint64(60000) << false << 5000 << Run{large, true, 0};
-    QTest::newRow("spilled, count announced") << quint64(200000) << false << 5000 << Run{tiny, true, 0};
-    QTest::newRow("spilled, count unknown") << quint64(200000) << false << 5000 << Run{tiny, false, 0};
-    QTest::newRow("spilled, bounds too small") << quint64(200000) << false << 5000 << Run{tiny, true, 1};
-    QTest::newRow("spilled, no bounds") << quint64(200000) << false << 5000 << Run{tiny, false, 2};
-    QTest::newRow("one block") << quint64(999) << false << 5000 << Run{large, true, 0};
-    QTest::newRow("no points") << quint64(0) << false << 5000 << Run{large, true, 0};
-    QTest::newRow("all at one place, spilled") << quint64(100000) << true << 3000 << Run{tiny, true, 0};
+    QTest::newRow("in memory") << quint64(60000) << Layout::Terrain << 5000 << Run{large, true, 0};
+    QTest::newRow("spilled, count announced") << quint64(200000) << Layout::Terrain << 5000 << Run{tiny, true, 0};
+    QTest::newRow("spilled, count unknown") << quint64(200000) << Layout::Terrain << 5000 << Run{tiny, false, 0};
+    QTest::newRow("spilled, bounds too small") << quint64(200000) << Layout::Terrain << 5000 << Run{tiny, true, 1};
+    QTest::newRow("spilled, no bounds") << quint64(200000) << Layout::Terrain << 5000 << Run{tiny, false, 2};
+    QTest::newRow("one block") << quint64(999) << Layout::Terrain << 5000 << Run{large, true, 0};
+    QTest::newRow("no points") << quint64(0) << Layout::Terrain << 5000 << Run{large, true, 0};
+    QTest::newRow("all at one place, spilled") << quint64(100000) << Layout::Identical << 3000 << Run{tiny, true, 0};
 }
 
 void TestStorageBuilder::invariants()
 {
     QFETCH(quint64, points);
-    QFETCH(bool, identical);
+    QFETCH(Layout, layout);
     QFETCH(int, target);
     QFETCH(Run, run);
     const QString path = m_dir->filePath(QStringLiteral("out.blk"));
     QList<int> reported;
     PtCloud_SimpleProgress progress([&reported](int value, const QString&) { reported << value; });
     QString error;
-    QVERIFY2(build(path, Scene{points, identical}, target, run, &progress, &error), qPrintable(error));
+    QVERIFY2(build(path, Scene{points, layout}, target, run, &progress, &error), qPrintable(error));
 
     std::vector<PointRecord> got;
     QString why;
-    QVERIFY2(verifyFile(path, Scene{points, identical}, target, &got, &why), qPrintable(why));
+    QVERIFY2(verifyFile(path, Scene{points, layout}, target, &got, &why), qPrintable(why));
     QCOMPARE(quint64(got.size()), points);
     QVERIFY(!reported.isEmpty());
     QVERIFY(std::is_sorted(reported.begin(), reported.end()));
@@ -268,7 +312,7 @@ void TestStorageBuilder::invariants()
 
 void TestStorageBuilder::sameResultWhateverTheBudget()
 {
-    const Scene scene{150000, false};
+    const Scene scene{150000, Layout::Terrain};
     std::vector<PointRecord> results[2];
     const qint64 budgets[2] = {1ll << 20, 512ll << 20};
     for (int i = 0; i < 2; ++i) {
@@ -282,7 +326,7 @@ void TestStorageBuilder::sameResultWhateverTheBudget()
 
 void TestStorageBuilder::sameInputSameFile()
 {
-    const Scene scene{50000, false};
+    const Scene scene{50000, Layout::Terrain};
     QByteArray bytes[2];
     for (int i = 0; i < 2; ++i) {
         const QString path = m_dir->filePath(QStringLiteral("same%1.blk").arg(i));
@@ -313,7 +357,7 @@ void TestStorageBuilder::stopLeavesNothing()
     PtCloud_SimpleProgress progress;
     progress.stopAfterPolls(polls);
     QString error;
-    QVERIFY(!build(path, Scene{100000, false}, 2000, Run{budget, true, 0}, &progress, &error));
+    QVERIFY(!build(path, Scene{100000, Layout::Terrain}, 2000, Run{budget, true, 0}, &progress, &error));
     QCOMPARE(error, QStringLiteral("cancelled"));
     QVERIFY(progress.progress() < 100);
     QVERIFY(entriesOf(m_dir->path()).isEmpty());
