@@ -201,8 +201,11 @@ ContentProperties::Rows ContentProperties::ofEarthVolume(VolumeCalcAreaList* are
 QString ContentProperties::toHtml(const Rows& rows)
 {
     QString html = QStringLiteral("<table cellspacing=\"2\">");
+    // A folder path has no spaces: a zero-width space after each separator
+    // lets a long one wrap inside the narrow panel instead of running off it.
+    const QString breakable = QStringLiteral("/") + QChar(0x200B);
     for (const auto& row : rows)
         html += QStringLiteral("<tr><td style=\"padding-right:8px\">%1</td><td>%2</td></tr>")
-                    .arg(row.first.toHtmlEscaped(), row.second.toHtmlEscaped());
+                    .arg(row.first.toHtmlEscaped(), row.second.toHtmlEscaped().replace(QLatin1Char('/'), breakable));
     return html + QStringLiteral("</table>");
 }

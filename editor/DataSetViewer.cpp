@@ -105,8 +105,11 @@ DataSetViewer::DataSetViewer(PtCloudScene* scene, PtCloudWidget* view)
     header->setSectionResizeMode(Column_Delete, QHeaderView::Fixed);
     header->resizeSection(Column_Visible, 24);
     header->resizeSection(Column_Delete, 24);
-    ui->splitter->setStretchFactor(0, 3);
-    ui->splitter->setStretchFactor(1, 2);
+    // The properties get the larger share: a dataset's page is ten rows and
+    // its folder wraps, while the tree starts with six short branches.
+    ui->splitter->setStretchFactor(0, 2);
+    ui->splitter->setStretchFactor(1, 3);
+    ui->splitter->setSizes({200, 300});
 
     connect(ui->toolButton_sample, SIGNAL(clicked(bool)), this, SLOT(onClickedTool_Sample()), Qt::UniqueConnection);
     connect(ui->toolButton_erase_noise, SIGNAL(clicked(bool)), this, SLOT(onClickedTool_EraseNoise()),
