@@ -1,14 +1,19 @@
 // Times the clustering stages on a real airborne scene of 1 million points
 // (the two adjacent forest tiles bcts_3 and bcts_1, cut at that count) and,
 // in the same run, Open3D's own DBSCAN on the same points as the baseline.
-// Each figure is the best of a few runs, in wall and process CPU seconds:
-// the CPU figure stays meaningful on a machine shared with other jobs.
+// Each figure is the median of a few runs, in wall and process CPU seconds:
+// the CPU figure stays meaningful on a machine shared with other jobs. The
+// load average is printed at the start and the end.
 //
 //   bench_algo_clusters [points = 1000000] [epsilon m = 1.0] [min pts = 10]
-//                       [skip open3d = 0]
+//                       [parts = defkro] [runs = 5]
+//
+// parts: d DBSCAN, e Euclidean, f fast Euclidean (against e when both run),
+// k KMeans, r normals and region growing, o Open3D's DBSCAN (against d and e).
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QStringList>
 #include <algorithm>
 #include <cstdio>
@@ -67,19 +72,30 @@ struct Timing {
     double wall = 0, cpu = 0;
 };
 
-// The best of `runs` runs: other jobs on the machine only ever add time.
-Timing timeIt(const char* what, const std::function<QString()>& fn, int runs = 3) {
-    Timing r{1e30, 1e30};
+QString loadAverage() {
+    QFile f(QStringLiteral("/proc/loadavg"));
+    if (!f.open(QIODevice::ReadOnly)) return QStringLiteral("unknown");
+    return QString::fromLatin1(f.readAll()).section(QLatin1Char(' '), 0, 2);
+}
+
+// The median of `runs` runs: other jobs on the machine add time to some of
+// them; the median is what a user sees most often.
+Timing timeIt(const char* what, const std::function<QString()>& fn, int runs) {
+    std::vector<double> wall, cpu;
     QString note;
     for (int i = 0; i < runs; ++i) {
         QElapsedTimer t;
         const double c0 = cpuSeconds();
         t.start();
         note = fn();
-        r.wall = std::min(r.wall, t.elapsed() / 1000.0);
-        r.cpu = std::min(r.cpu, cpuSeconds() - c0);
+        wall.push_back(t.elapsed() / 1000.0);
+        cpu.push_back(cpuSeconds() - c0);
     }
-    std::printf("%-36s wall %7.2f s  cpu %7.2f s  %s\n", what, r.wall, r.cpu, qPrintable(note));
+    std::sort(wall.begin(), wall.end());
+    std::sort(cpu.begin(), cpu.end());
+    const Timing r{wall[wall.size() / 2], cpu[cpu.size() / 2]};
+    std::printf("%-36s wall %7.2f s  cpu %7.2f s  (wall %.2f..%.2f s)  %s\n", what, r.wall, r.cpu, wall.front(),
+                wall.back(), qPrintable(note));
     std::fflush(stdout);
     return r;
 }
@@ -99,72 +115,87 @@ int main(int argc, char** argv) {
     const size_t wanted = args.size() > 1 ? args[1].toULong() : 1000000;
     const double eps = args.size() > 2 ? args[2].toDouble() : 1.0;
     const int minPts = args.size() > 3 ? args[3].toInt() : 10;
-    const bool skipOpen3d = args.size() > 4 && args[4].toInt() != 0;
+    const QString parts = args.size() > 4 ? args[4] : QStringLiteral("defkro");
+    const int runs = std::max(args.size() > 5 ? args[5].toInt() : 5, 1);
+    auto part = [&](char c) { return parts.contains(QLatin1Char(c)); };
 
     std::vector<pcVec3f> points;
     if (!readScene(wanted, points)) return 1;
-    std::printf("scene: %zu points, epsilon %.3f m, min pts %d, %d threads\n", points.size(), eps, minPts,
-                Algo_KdTree::Job::threadCount());
+    std::printf("scene: %zu points, epsilon %.3f m, min pts %d, %d threads, median of %d runs, load %s\n",
+                points.size(), eps, minPts, Algo_KdTree::Job::threadCount(), runs, qPrintable(loadAverage()));
 
     timeIt("k-d tree build", [&] {
         Algo_KdTree tree;
         tree.build(points);
         return QString();
-    });
-    std::vector<int> labels;
+    }, runs);
+    std::vector<int> labels, exactLabels;
     QString error;
-    const Timing ours = timeIt("DBSCAN (100)", [&] {
-        Algo_Dbscan::run(points, {eps, minPts, true}, labels, nullptr, &error);
-        return summary(labels);
-    });
-    const Timing euclid = timeIt("Euclidean (103)", [&] {
-        Algo_EuclideanCluster::run(points, {eps, 1, int(points.size())}, labels, nullptr, &error);
-        return summary(labels);
-    });
-    std::vector<int> fastLabels;
-    const Timing fast = timeIt("fast Euclidean (104), max size 50", [&] {
-        Algo_FastEuclideanCluster::run(points, {eps, 50}, fastLabels, nullptr, &error);
-        return summary(fastLabels);
-    });
-    std::printf("fast Euclidean vs Euclidean: %.1fx wall, labels %s\n", euclid.wall / fast.wall,
-                fastLabels == labels ? "identical" : "differ");
+    Timing dbscan, euclid;
+    if (part('d'))
+        dbscan = timeIt("DBSCAN (100)", [&] {
+            Algo_Dbscan::run(points, {eps, minPts, true}, labels, nullptr, &error);
+            return summary(labels);
+        }, runs);
+    if (part('e'))
+        euclid = timeIt("Euclidean (103)", [&] {
+            Algo_EuclideanCluster::run(points, {eps, 1, int(points.size())}, exactLabels, nullptr, &error);
+            return summary(exactLabels);
+        }, runs);
+    if (part('f')) {
+        std::vector<int> fastLabels;
+        const Timing fast = timeIt("fast Euclidean (104), max size 50", [&] {
+            Algo_FastEuclideanCluster::run(points, {eps, 50}, fastLabels, nullptr, &error);
+            return summary(fastLabels);
+        }, runs);
+        if (part('e'))
+            std::printf("fast Euclidean vs Euclidean: %.1fx wall, %.1fx cpu, labels %s\n", euclid.wall / fast.wall,
+                        euclid.cpu / fast.cpu, fastLabels == exactLabels ? "identical" : "differ");
+    }
 
-    timeIt("KMeans (101), 100 clusters, 10 it.", [&] {
-        Algo_KMeans::run(points, {10, 100}, labels, nullptr, &error);
-        return summary(labels);
-    });
-    timeIt("KMeans (101), 10000 clusters, 10 it.", [&] {
-        Algo_KMeans::run(points, {10, 10000}, labels, nullptr, &error);
-        return summary(labels);
-    });
-    std::vector<float> heights(points.size());
-    for (size_t i = 0; i < points.size(); ++i) heights[i] = points[i].z;
-    timeIt("KMeans Extra (102), intensity = z", [&] {
-        Algo_KMeans::runExtra(points, {}, heights, {10, 100}, labels, nullptr, &error);
-        return summary(labels);
-    });
+    if (part('k')) {
+        timeIt("KMeans (101), 100 clusters, 10 it.", [&] {
+            Algo_KMeans::run(points, {10, 100}, labels, nullptr, &error);
+            return summary(labels);
+        }, runs);
+        timeIt("KMeans (101), 10000 clusters, 10 it.", [&] {
+            Algo_KMeans::run(points, {10, 10000}, labels, nullptr, &error);
+            return summary(labels);
+        }, runs);
+        std::vector<float> heights(points.size());
+        for (size_t i = 0; i < points.size(); ++i) heights[i] = points[i].z;
+        timeIt("KMeans Extra (102), intensity = z", [&] {
+            Algo_KMeans::runExtra(points, {}, heights, {10, 100}, labels, nullptr, &error);
+            return summary(labels);
+        }, runs);
+    }
 
-    std::vector<pcVec3f> normals;
-    std::vector<float> curvature;
-    timeIt("normals, 20 neighbours", [&] {
-        Algo_NormalEstimation::run(points, {20}, normals, curvature, nullptr, &error);
-        return QString();
-    });
-    timeIt("region growing (105), defaults", [&] {
-        Algo_RegionGrowing::run(points, Algo_RegionGrowing::Params(), labels, nullptr, &error);
-        return summary(labels);
-    });
+    if (part('r')) {
+        std::vector<pcVec3f> normals;
+        std::vector<float> curvature;
+        timeIt("normals, 20 neighbours", [&] {
+            Algo_NormalEstimation::run(points, {20}, normals, curvature, nullptr, &error);
+            return QString();
+        }, runs);
+        timeIt("region growing (105), defaults", [&] {
+            Algo_RegionGrowing::run(points, Algo_RegionGrowing::Params(), labels, nullptr, &error);
+            return summary(labels);
+        }, runs);
+    }
 
-    if (!skipOpen3d) {
+    if (part('o')) {
         open3d::geometry::PointCloud cloud;
         cloud.points_.reserve(points.size());
         for (const pcVec3f& p : points) cloud.points_.emplace_back(p.x, p.y, p.z);
         const Timing o3d = timeIt("Open3D ClusterDBSCAN", [&] {
             const std::vector<int> o = cloud.ClusterDBSCAN(eps, size_t(minPts), false);
             return summary(o);
-        }, 2);
-        std::printf("DBSCAN vs Open3D: %.1fx wall, %.1fx cpu; Euclidean vs Open3D: %.1fx wall\n",
-                    o3d.wall / ours.wall, o3d.cpu / ours.cpu, o3d.wall / euclid.wall);
+        }, std::max(runs / 2, 1));
+        if (part('d'))
+            std::printf("DBSCAN vs Open3D: %.1fx wall, %.1fx cpu\n", o3d.wall / dbscan.wall, o3d.cpu / dbscan.cpu);
+        if (part('e'))
+            std::printf("Euclidean vs Open3D: %.1fx wall, %.1fx cpu\n", o3d.wall / euclid.wall, o3d.cpu / euclid.cpu);
     }
+    std::printf("load at the end %s\n", qPrintable(loadAverage()));
     return 0;
 }
