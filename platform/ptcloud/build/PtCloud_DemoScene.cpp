@@ -73,33 +73,6 @@ struct PtCloud_DemoScene::Sample {
 
 double PtCloud_DemoScene::Stockpile::volume() const { return kPi * radius * radius * height / 3.0; }
 
-void PtCloud_DemoScene::Rng::seed(uint64_t value)
-{
-    // splitmix64 spreads any seed, 0 included, over the whole state.
-    for (auto& word : s) {
-        value += 0x9e3779b97f4a7c15ull;
-        uint64_t z = value;
-        z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ull;
-        z = (z ^ (z >> 27)) * 0x94d049bb133111ebull;
-        word = z ^ (z >> 31);
-    }
-}
-
-uint64_t PtCloud_DemoScene::Rng::next()
-{
-    // xoshiro256**
-    auto rotl = [](uint64_t x, int k) { return (x << k) | (x >> (64 - k)); };
-    const uint64_t result = rotl(s[1] * 5, 7) * 9;
-    const uint64_t t = s[1] << 17;
-    s[2] ^= s[0];
-    s[3] ^= s[1];
-    s[1] ^= s[2];
-    s[0] ^= s[3];
-    s[2] ^= t;
-    s[3] = rotl(s[3], 45);
-    return result;
-}
-
 PtCloud_DemoScene::PtCloud_DemoScene(quint64 pointCount, quint64 seed) : m_total(pointCount), m_seed(seed)
 {
     const quint64 noise = noisePointCount() / 2;
@@ -198,8 +171,7 @@ void PtCloud_DemoScene::buildLayout()
     }
 
     // The trees come from a fixed seed: the layout is part of the known answers.
-    Rng layout;
-    layout.seed(20240601);
+    Algo_Random layout(20240601);
     m_trees.clear();
     auto farFromTrees = [this](double x, double y, double spacing) {
         for (const Tree& t : m_trees)

@@ -5,6 +5,7 @@
 #include <QVector>
 #include <cstdint>
 
+#include "Algo_Random.h"
 #include "PtCloudEnums.h"
 #include "PtCloudTypes.h"
 #include "stPtCloud_PointArray.h"
@@ -87,13 +88,6 @@ public:
 private:
     enum Part { PartGround, PartBuilding, PartVegetation, PartNoiseHigh, PartNoiseLow, PartCount };
     struct Sample;
-    struct Rng {
-        uint64_t s[4];
-        void seed(uint64_t value);
-        uint64_t next();
-        double uniform() { return double(next() >> 11) * (1.0 / 9007199254740992.0); }
-        double uniform(double lo, double hi) { return lo + (hi - lo) * uniform(); }
-    };
 
     void buildLayout();
     void sampleGround(Sample& s);
@@ -109,7 +103,7 @@ private:
     int m_part = 0;
     quint64 m_partLeft = 0;
     quint64 m_emitted = 0;
-    Rng m_rng;
+    Algo_Random m_rng;
     QVector<Building> m_buildings;
     QVector<Tree> m_trees;
     std::vector<double> m_buildingWeights;  // cumulative: roof and walls of each building
