@@ -118,8 +118,6 @@ bool PtCloud_BlockFileWriter::writeBlock(int id, const stPtCloud_PointArray& blo
                     error);
     // Empty blocks carry nothing worth reading back.
     if (n == 0) return true;
-    if (!m_ids.insert(id).second)
-        return fail(QStringLiteral("block id %1 written twice").arg(id), error);
     const bool mesh = m_header.type == DST_Mesh;
     if (mesh && block.triangles.size() % 3 != 0)
         return fail(QStringLiteral("block %1 has a partial triangle").arg(id), error);
@@ -127,44 +125,65 @@ bool PtCloud_BlockFileWriter::writeBlock(int id, const stPtCloud_PointArray& blo
                             [n](unsigned int v) { return v >= n; }))
         return fail(QStringLiteral("block %1 has a triangle past its points").arg(id), error);
 
-    Entry e;
-    e.id = id;
-    e.count = quint32(n);
-    e.offset = m_pos;
-
     const pcVec3f* positions = block.positions.data();
     if (block.origin != m_header.origin) {
-        m_scratch.resize(n * sizeof(pcVec3f));
-        pcVec3f* moved = reinterpret_cast<pcVec3f*>(m_scratch.data());
+        m_moved.resize(n);
         const double dx = block.origin.x - m_header.origin.x;
         const double dy = block.origin.y - m_header.origin.y;
         const double dz = block.origin.z - m_header.origin.z;
         for (size_t i = 0; i < n; ++i) {
             const pcVec3f& p = block.positions[i];
-            moved[i] = pcVec3f(float(dx + p.x), float(dy + p.y), float(dz + p.z));
+            m_moved[i] = pcVec3f(float(dx + p.x), float(dy + p.y), float(dz + p.z));
         }
-        positions = moved;
+        positions = m_moved.data();
     }
-    for (size_t i = 0; i < n; ++i) e.box.expandBy(positions[i]);
-    if (!writeRaw(positions, qint64(n * sizeof(pcVec3f)), error)) return false;
-    if (mesh &&
-        !writeRaw(block.triangles.data(), qint64(block.triangles.size() * sizeof(unsigned int)),
-                  error))
-        return false;
-
-    for (EDataSetColumn c : m_header.columns) {
-        if (c == DSC_Location) continue;
-        const size_t width = size_t(columnValueBytes(c));
-        const void* data = nullptr;
+    auto columnData = [&](EDataSetColumn c, size_t width) -> const void* {
         if (c == DSC_Color && block.colors.size() == n) {
             m_scratch.resize(n * width);
             Format::encodeColors(block.colors.data(), n, reinterpret_cast<quint16*>(m_scratch.data()));
-            data = m_scratch.data();
-        } else if (c == DSC_Normal && block.normals.size() == n) {
-            data = block.normals.data();
-        } else if (const uint8_t* raw = block.columnData<uint8_t>(c)) {
-            if (block.columns.at(c).size() == n * width) data = raw;
+            return m_scratch.data();
         }
+        if (c == DSC_Normal && block.normals.size() == n) return block.normals.data();
+        const uint8_t* raw = block.columnData<uint8_t>(c);
+        return raw && block.columns.at(c).size() == n * width ? raw : nullptr;
+    };
+    return writePayload(id, n, positions, mesh ? &block.triangles : nullptr, columnData, error);
+}
+
+bool PtCloud_BlockFileWriter::writeEncodedBlock(int id, size_t n, const pcVec3f* positions,
+                                                const std::vector<const void*>& columns, QString* error)
+{
+    if (!m_open) {
+        if (error) *error = QStringLiteral("block file writer is not open");
+        return false;
+    }
+    if (columns.size() + 1 != size_t(m_header.columns.size()))
+        return fail(QStringLiteral("block %1 has %2 columns for %3").arg(id).arg(columns.size()).arg(m_header.columns.size() - 1),
+                    error);
+    if (n == 0) return true;
+    size_t next = 0;
+    return writePayload(id, n, positions, nullptr, [&](EDataSetColumn, size_t) { return columns[next++]; }, error);
+}
+
+template <class ColumnData>
+bool PtCloud_BlockFileWriter::writePayload(int id, size_t n, const pcVec3f* positions,
+                                           const std::vector<unsigned int>* triangles, ColumnData columnData,
+                                           QString* error)
+{
+    if (!m_ids.insert(id).second)
+        return fail(QStringLiteral("block id %1 written twice").arg(id), error);
+    Entry e;
+    e.id = id;
+    e.count = quint32(n);
+    e.offset = m_pos;
+    for (size_t i = 0; i < n; ++i) e.box.expandBy(positions[i]);
+    if (!writeRaw(positions, qint64(n * sizeof(pcVec3f)), error)) return false;
+    if (triangles && !writeRaw(triangles->data(), qint64(triangles->size() * sizeof(unsigned int)), error))
+        return false;
+    for (EDataSetColumn c : m_header.columns) {
+        if (c == DSC_Location) continue;
+        const size_t width = size_t(columnValueBytes(c));
+        const void* data = columnData(c, width);
         if (!data) {
             // A column the block lacks is stored as zeros.
             m_scratch.assign(n * width, 0);

@@ -24,6 +24,11 @@ public:
     bool begin(const stPtCloud_DataSetHeader& header, QString* error);
     // Block positions must be relative to the header's origin; ids unique.
     bool writeBlock(int id, const stPtCloud_PointArray& block, QString* error);
+    // A block of points already in the file's encoding: positions relative to
+    // the header's origin, and for each of the header's other columns, in
+    // value order, n values as stored (colours as three 16-bit channels).
+    bool writeEncodedBlock(int id, size_t n, const pcVec3f* positions, const std::vector<const void*>& columns,
+                           QString* error);
     bool commit(QString* error);
     void cancel();
 
@@ -34,6 +39,12 @@ public:
 private:
     using Entry = PtCloud_BlockFileFormat::IndexEntry;
     bool writeRaw(const void* data, qint64 n, QString* error);
+    // Checks the id, writes positions, triangles and the columns that
+    // columnData gives one at a time (it may reuse m_scratch), and indexes
+    // the block.
+    template <class ColumnData>
+    bool writePayload(int id, size_t n, const pcVec3f* positions, const std::vector<unsigned int>* triangles,
+                      ColumnData columnData, QString* error);
     bool fail(const QString& why, QString* error);
 
     QString m_path;
@@ -43,7 +54,8 @@ private:
     quint64 m_pos = 0;
     bool m_open = false;
     std::set<int> m_ids;
-    std::vector<char> m_scratch;  // colours and re-based positions on their way out
+    std::vector<char> m_scratch;     // a column on its way out
+    std::vector<pcVec3f> m_moved;    // positions re-based to the header's origin
 };
 
 }  // namespace ptCloud

@@ -11,7 +11,6 @@
 #include <cstring>
 #include <deque>
 #include <mutex>
-#include <numeric>
 #include <sys/mman.h>
 #include <thread>
 
@@ -44,43 +43,28 @@ constexpr int kOutputsInFlight = 2;
 // How often the writing thread looks at the stop request while it waits.
 constexpr std::chrono::milliseconds kStopPoll(50);
 
-// Spreads the low 21 bits of v two bits apart, so that three of them
+// Morton keys: this many bits an axis, sorted this many bits a pass. A block
+// of 50 000 points has 256^3 cells, a few points in the fullest ones: finer
+// than any run that thinning or drawing cares about, and two passes sort it.
+constexpr int kCurveAxisBits = 8;
+constexpr int kCurveBits = 3 * kCurveAxisBits;
+constexpr int kDigitBits = 12;
+constexpr int kDigits = (kCurveBits + kDigitBits - 1) / kDigitBits;
+constexpr size_t kRadix = size_t(1) << kDigitBits;
+// A key is the curve position above the point's index in its block.
+constexpr int kIndexBits = 64 - kCurveBits;
+constexpr quint64 kIndexMask = (quint64(1) << kIndexBits) - 1;
+
+// Spreads the low 11 bits of v two bits apart, so that three of them
 // interleave into a Morton key.
 quint64 spreadBits(quint32 v)
 {
-    quint64 x = v & 0x1fffffu;
-    x = (x | x << 32) & 0x1f00000000ffffull;
-    x = (x | x << 16) & 0x1f0000ff0000ffull;
-    x = (x | x << 8) & 0x100f00f00f00f00full;
-    x = (x | x << 4) & 0x10c30c30c30c30c3ull;
-    x = (x | x << 2) & 0x1249249249249249ull;
+    quint64 x = v & 0x7ffu;
+    x = (x | x << 16) & 0x00ff0000ffull;
+    x = (x | x << 8) & 0x00f00f00full;
+    x = (x | x << 4) & 0x0c30c30c3ull;
+    x = (x | x << 2) & 0x249249249ull;
     return x;
-}
-
-// Least-significant-digit radix sort of 64-bit values, 11 bits a pass; a
-// pass whose digit is the same for every value is skipped. Stable, so equal
-// values keep their order. The result ends in values.
-void radixSort(std::vector<quint64>& values, std::vector<quint64>& scratch)
-{
-    constexpr int kBits = 11, kPasses = 6;
-    constexpr size_t kRadix = size_t(1) << kBits;
-    const size_t n = values.size();
-    std::vector<quint32> counts(kPasses * kRadix, 0);
-    for (quint64 v : values)
-        for (int p = 0; p < kPasses; ++p) ++counts[size_t(p) * kRadix + ((v >> (p * kBits)) & (kRadix - 1))];
-    scratch.resize(n);
-    for (int p = 0; p < kPasses; ++p) {
-        quint32* c = counts.data() + size_t(p) * kRadix;
-        if (std::find(c, c + kRadix, quint32(n)) != c + kRadix) continue;
-        quint32 sum = 0;
-        for (size_t d = 0; d < kRadix; ++d) {
-            const quint32 k = c[d];
-            c[d] = sum;
-            sum += k;
-        }
-        for (quint64 v : values) scratch[c[(v >> (p * kBits)) & (kRadix - 1)]++] = v;
-        values.swap(scratch);
-    }
 }
 
 int floorLog2(quint64 v)
@@ -290,10 +274,13 @@ struct PtCloud_DataSetBuilder::Impl {
     };
 
     // One bucket's blocks on their way from the partitioning thread to the
-    // writing one, which orders them: their records one block after the
-    // other.
+    // writing one: their records one block after the other, each block's in
+    // the order they are stored. The memory serves bucket after bucket,
+    // grown when one needs more: mapping it afresh for each costs a fault a
+    // page.
     struct Output {
         Memory records;
+        qint64 capacity = 0;  // bytes
         std::vector<Block> blocks;
     };
 
@@ -318,7 +305,6 @@ struct PtCloud_DataSetBuilder::Impl {
     qint64 resident = 0;  // bytes of every slab allocated
     qint64 recordsLimit = 0;
     qint64 inFlightBytes = 0;
-    qint64 recentOutputs[kOutputsInFlight] = {};  // bytes of the last buckets' outputs, latest first
 
     std::unique_ptr<QTemporaryDir> tempDir;
     std::unique_ptr<QFile> spill;
@@ -356,12 +342,14 @@ struct PtCloud_DataSetBuilder::Impl {
     bool partitioned = false;  // the partitioning thread has no more blocks
     bool abort = false;        // the writing thread gave up: stop partitioning
     std::vector<Item> items;
-    std::vector<quint32> blockOf;  // of each record of the bucket being split
-    std::vector<size_t> blockSizes;
-    stPtCloud_PointArray block;
-    std::vector<quint64> keys, keyScratch;
-    std::vector<char> ordered;
-    std::vector<quint16> blockColors;
+    std::vector<Block> leaves;  // of the bucket being split: ranges of items
+    std::vector<quint32> slotOf;  // where each record of the bucket goes in its output
+    std::vector<quint64> keys, keyScratch;  // a leaf's points in their order to be stored
+    std::vector<quint32> digitCounts;
+    // The block being written, column by column as the file stores them.
+    std::vector<pcVec3f> blockPositions;
+    std::vector<std::vector<uint8_t>> blockColumns;
+    std::vector<const void*> blockColumnData;
 
     Impl(const QString& path, const stPtCloud_DataSetHeader& h, const pcBoundingBoxf& b,
          const Options& o)
@@ -382,11 +370,9 @@ struct PtCloud_DataSetBuilder::Impl {
             recordLayout.push_back({col, recordBytes, size_t(width), movers.first, movers.second});
             recordBytes += size_t(width);
         }
-        // The block being written: its ordered records, their sort keys and
-        // every column
-        // unpacked (colours as four floats). The buckets in flight are
-        // counted as they come.
-        inFlightBytes = qint64(2 * recordBytes + 48) * opt.targetBlockPoints;
+        // The block being written, in columns, and the sort keys of the one
+        // being ordered. The buckets in flight are counted as they come.
+        inFlightBytes = qint64(recordBytes + 2 * sizeof(quint64)) * opt.targetBlockPoints;
         batches.resize(kBatchesInFlight);
         for (int i = 0; i < kBatchesInFlight; ++i) freeBatches.push_back(i);
         // Announced count and box: the buckets are known from the start and
@@ -418,15 +404,19 @@ struct PtCloud_DataSetBuilder::Impl {
         return p;
     }
 
+    // A bucket being split holds an item, a slot and an output record a point.
+    qint64 splitBytesPerPoint() const { return qint64(sizeof(Item) + sizeof(quint32) + recordBytes); }
+
     // Points a bucket may hold to be split now: its items, its output and
     // its records when they must be read back, beside every record held and
     // the outputs of the buckets before it, which may still be being written.
     // It does not depend on how far the writing got: same input, same file.
     quint64 splittablePoints(bool load) const
     {
-        const qint64 perPoint = qint64(sizeof(Item) + sizeof(quint32) + recordBytes) + (load ? qint64(recordBytes) : 0);
-        const qint64 outputs = std::accumulate(recentOutputs, recentOutputs + kOutputsInFlight, qint64(0));
-        const qint64 avail = budget() - resident - outputs - inFlightBytes;
+        const qint64 perPoint = splitBytesPerPoint() + (load ? qint64(recordBytes) : 0);
+        qint64 held = 0;
+        for (const Output& out : outputs) held += out.capacity;
+        const qint64 avail = budget() - resident - held - inFlightBytes;
         return std::max<quint64>(quint64(std::max<qint64>(avail, 0) / perPoint),
                                  4 * quint64(opt.targetBlockPoints));
     }
@@ -617,7 +607,7 @@ struct PtCloud_DataSetBuilder::Impl {
         // expected size needs (see splittablePoints): the first buckets are
         // then split at once, not dealt again into smaller ones.
         const qint64 splitReserve = qint64(std::min<quint64>(expectedPerBucket, quint64(1) << 31)) *
-                                    qint64(sizeof(Item) + sizeof(quint32) + recordBytes);
+                                    splitBytesPerPoint();
         recordsLimit = std::max(budget() - inFlightBytes - splitReserve, budget() / 2);
         gridReady = true;
         if (!distributeByGrid(staging.data(), staged, error)) return false;
@@ -877,9 +867,7 @@ struct PtCloud_DataSetBuilder::Impl {
         const size_t n = size_t(end - begin);
         const size_t target = size_t(opt.targetBlockPoints);
         if (n <= target) {
-            const quint32 block = quint32(blockSizes.size());
-            blockSizes.push_back(n);
-            for (Item* it = begin; it != end; ++it) blockOf[it->record] = block;
+            leaves.push_back({-1, size_t(begin - items.data()), n});
             return true;
         }
         if (aborted()) return fail(QStringLiteral("cancelled"), error);
@@ -902,17 +890,64 @@ struct PtCloud_DataSetBuilder::Impl {
         return split(begin, mid, low, error) && split(mid, end, high, error);
     }
 
-    // Splits a bucket into blocks and hands them to the writing thread. The
-    // records are read in memory order and dealt to their blocks, which the
-    // writing thread orders: no record is fetched at random from the whole
-    // bucket.
+    // Puts into keys, low kIndexBits bits, the indices of a leaf's points
+    // in the order they are stored: along a Morton curve through the box
+    // they span, so that each run of consecutive points fills a compact
+    // cell of the block (every k-th point is an even thinning, and points
+    // drawn one after the other are near); or, asked to keep them as they
+    // came, in arrival order. For the curve each key holds the curve position
+    // above the index, and a radix sort of the position's digits, least
+    // significant first, orders them: it is stable, so points in the same
+    // cell keep their order (same input, same file).
+    void orderLeaf(const Item* leaf, size_t n)
+    {
+        keys.resize(n);
+        if (!opt.morton) {
+            for (size_t i = 0; i < n; ++i) keys[i] = quint64(leaf[i].record) << kIndexBits | quint64(i);
+            std::sort(keys.begin(), keys.end());
+            return;
+        }
+        pcBoundingBoxf box;
+        for (size_t i = 0; i < n; ++i) box.expandBy(leaf[i].p);
+        const float cells = float(1 << kCurveAxisBits);
+        const pcVec3f e = box.max - box.min;
+        auto scale = [cells](float extent) { return extent > 0.f ? cells / extent : 0.f; };
+        const float sx = scale(e.x), sy = scale(e.y), sz = scale(e.z);
+        auto cell = [cells](float t) { return quint32(std::min(t, cells - 1.f)); };
+        digitCounts.assign(kDigits * kRadix, 0);
+        quint32* counts = digitCounts.data();
+        for (size_t i = 0; i < n; ++i) {
+            const pcVec3f p = leaf[i].p - box.min;
+            const quint64 curve = spreadBits(cell(p.x * sx)) | spreadBits(cell(p.y * sy)) << 1 |
+                                  spreadBits(cell(p.z * sz)) << 2;
+            keys[i] = curve << kIndexBits | quint64(i);
+            for (int d = 0; d < kDigits; ++d) ++counts[size_t(d) * kRadix + ((curve >> (d * kDigitBits)) & (kRadix - 1))];
+        }
+        keyScratch.resize(n);
+        for (int d = 0; d < kDigits; ++d) {
+            quint32* c = counts + size_t(d) * kRadix;
+            // A digit the same for every point leaves the order as it is.
+            if (std::find(c, c + kRadix, quint32(n)) != c + kRadix) continue;
+            quint32 sum = 0;
+            for (size_t v = 0; v < kRadix; ++v) {
+                const quint32 k = c[v];
+                c[v] = sum;
+                sum += k;
+            }
+            const int shift = kIndexBits + d * kDigitBits;
+            for (quint64 key : keys) keyScratch[c[(key >> shift) & (kRadix - 1)]++] = key;
+            keys.swap(keyScratch);
+        }
+    }
+
+    // Splits a bucket into blocks and hands them to the writing thread: each
+    // block's records one after the other, in the order they are stored.
     bool splitBucket(const Bucket& b, QString* error)
     {
         const quint32 n = quint32(b.points);
         items.resize(n);
         for (quint32 r = 0; r < n; ++r) items[r] = {positionOf(recordAt(b, r)), r};
-        blockOf.resize(n);
-        blockSizes.clear();
+        leaves.clear();
         if (!split(items.data(), items.data() + n, b.box, error)) return false;
 
         int slot = -1;
@@ -924,24 +959,25 @@ struct PtCloud_DataSetBuilder::Impl {
             spareOutputs.pop_front();
         }
         Output& out = outputs[size_t(slot)];
-        std::copy_backward(recentOutputs, recentOutputs + kOutputsInFlight - 1, recentOutputs + kOutputsInFlight);
-        recentOutputs[0] = qint64(n) * qint64(recordBytes);
-        {
-            Memory records = mapMemory(size_t(n) * recordBytes);
-            if (!records) return fail(QStringLiteral("out of memory for %1 points").arg(n), error);
-            std::lock_guard<std::mutex> lock(mutex);
-            out.records = std::move(records);
+        const qint64 bytes = qint64(n) * qint64(recordBytes);
+        if (out.capacity < bytes) {
+            out.records.reset();
+            out.capacity = 0;
+            out.records = mapMemory(size_t(bytes));
+            if (!out.records) return fail(QStringLiteral("out of memory for %1 points").arg(n), error);
+            out.capacity = bytes;
         }
         out.blocks.clear();
-        std::vector<size_t> heads(blockSizes.size());
-        size_t first = 0;
-        for (size_t k = 0; k < blockSizes.size(); ++k) {
-            heads[k] = first;
-            out.blocks.push_back({nextBlockId++, first, blockSizes[k]});
-            first += blockSizes[k];
+        slotOf.resize(n);
+        for (const Block& leaf : leaves) {
+            const Item* points = items.data() + leaf.first;
+            orderLeaf(points, leaf.points);
+            for (size_t i = 0; i < leaf.points; ++i)
+                slotOf[points[keys[i] & kIndexMask].record] = quint32(leaf.first + i);
+            out.blocks.push_back({nextBlockId++, leaf.first, leaf.points});
         }
-        for (quint32 r = 0; r < n; ++r)
-            copyRecord(out.records.get() + heads[blockOf[r]]++ * recordBytes, recordAt(b, r), recordBytes);
+        char* to = out.records.get();
+        for (quint32 r = 0; r < n; ++r) copyRecord(to + size_t(slotOf[r]) * recordBytes, recordAt(b, r), recordBytes);
         {
             std::lock_guard<std::mutex> lock(mutex);
             readyOutputs.push_back(slot);
@@ -1039,84 +1075,38 @@ struct PtCloud_DataSetBuilder::Impl {
             for (const Block& k : out.blocks) {
                 if (stopRequested()) return fail(QStringLiteral("cancelled"), error);
                 unpack(out.records.get() + k.first * recordBytes, k.points);
-                if (!writer->writeBlock(k.id, block, error)) return false;
+                if (!writer->writeEncodedBlock(k.id, k.points, blockPositions.data(), blockColumnData, error))
+                    return false;
                 pointsDone += quint64(k.points);
                 report();
             }
             {
                 std::lock_guard<std::mutex> lock(mutex);
-                out.records = Memory();
                 spareOutputs.push_back(slot);
             }
             outputFreed.notify_one();
         }
     }
 
-    // Sorts a block's records along a Morton curve through the box they
-    // span: each run of consecutive points then fills a compact cell of the
-    // block, so every k-th point is an even thinning, and points drawn one
-    // after the other are near. Each key holds the curve position (21 bits
-    // an axis, less the low bits the index needs) above the record's index:
-    // one radix sort of plain integers orders them, points in the same cell
-    // keep their order (same input, same file), and the index comes back out
-    // of the key.
-    void sortAlongCurve(const char* records, size_t n)
-    {
-        pcBoundingBoxf box;
-        for (size_t i = 0; i < n; ++i) box.expandBy(positionOf(records + i * recordBytes));
-        const float cells = float(1 << 21);
-        const pcVec3f e = box.max - box.min;
-        auto scale = [cells](float extent) { return extent > 0.f ? cells / extent : 0.f; };
-        const float sx = scale(e.x), sy = scale(e.y), sz = scale(e.z);
-        auto cell = [cells](float t) { return quint32(std::min(t, cells - 1.f)); };
-        const int indexBits = n > 1 ? floorLog2(quint64(n - 1)) + 1 : 1;
-        const quint64 indexMask = (quint64(1) << indexBits) - 1;
-        keys.resize(n);
-        for (size_t i = 0; i < n; ++i) {
-            const pcVec3f p = positionOf(records + i * recordBytes) - box.min;
-            const quint64 curve = spreadBits(cell(p.x * sx)) | spreadBits(cell(p.y * sy)) << 1 |
-                                  spreadBits(cell(p.z * sz)) << 2;
-            keys[i] = (curve << 1 & ~indexMask) | quint64(i);
-        }
-        radixSort(keys, keyScratch);
-        ordered.resize(n * recordBytes);
-        for (size_t i = 0; i < n; ++i)
-            copyRecord(ordered.data() + i * recordBytes, records + size_t(keys[i] & indexMask) * recordBytes,
-                       recordBytes);
-    }
-
-    // Spreads a block's records into the columns of the block to write,
-    // ordered along the curve unless asked to keep them as they came.
+    // Spreads a block's records into the columns of the block to write.
     void unpack(const char* records, size_t n)
     {
-        if (opt.morton) {
-            sortAlongCurve(records, n);
-            records = ordered.data();
-        }
-        block.resize(int(n));
-        unpackColumn<sizeof(pcVec3f)>(records, recordBytes, n, reinterpret_cast<uint8_t*>(block.positions.data()));
-        for (const Slot& s : recordLayout) {
-            if (s.column == DSC_Color) {
-                blockColors.resize(n * 3);
-                s.unpack(records + s.offset, recordBytes, n, reinterpret_cast<uint8_t*>(blockColors.data()));
-                Format::decodeColors(blockColors.data(), n, block.colors.data());
-                continue;
-            }
-            uint8_t* to = s.column == DSC_Normal ? reinterpret_cast<uint8_t*>(block.normals.data())
-                                                 : block.columnData<uint8_t>(s.column);
-            s.unpack(records + s.offset, recordBytes, n, to);
+        blockPositions.resize(n);
+        unpackColumn<sizeof(pcVec3f)>(records, recordBytes, n, reinterpret_cast<uint8_t*>(blockPositions.data()));
+        for (size_t c = 0; c < recordLayout.size(); ++c) {
+            const Slot& s = recordLayout[c];
+            blockColumns[c].resize(n * s.width);
+            s.unpack(records + s.offset, recordBytes, n, blockColumns[c].data());
+            blockColumnData[c] = blockColumns[c].data();
         }
     }
 
     void setUpOutputs()
     {
-        block = stPtCloud_PointArray();
-        block.origin = header.origin;
-        block.coloringMode = header.coloringMode;
-        for (EDataSetColumn c : header.columns) block.addColumn(c);
+        blockColumns.resize(recordLayout.size());
+        blockColumnData.resize(recordLayout.size());
         outputs.clear();
         outputs.resize(kOutputsInFlight);
-        std::fill(recentOutputs, recentOutputs + kOutputsInFlight, 0);
         readyOutputs.clear();
         spareOutputs.clear();
         for (int i = 0; i < kOutputsInFlight; ++i) spareOutputs.push_back(i);
@@ -1160,12 +1150,14 @@ struct PtCloud_DataSetBuilder::Impl {
         removeSpill();
         std::vector<char>().swap(staging);
         std::vector<Item>().swap(items);
-        std::vector<quint32>().swap(blockOf);
+        leaves = std::vector<Block>();
+        std::vector<quint32>().swap(slotOf);
         outputs.clear();
         std::vector<quint64>().swap(keys);
         std::vector<quint64>().swap(keyScratch);
-        std::vector<char>().swap(ordered);
-        block = stPtCloud_PointArray();
+        std::vector<quint32>().swap(digitCounts);
+        std::vector<pcVec3f>().swap(blockPositions);
+        blockColumns.clear();
         if (ok && progress) progress->setProgress(100);
         return ok;
     }

@@ -183,17 +183,19 @@ bool verifyFile(const QString& path, const Scene& scene, int target, std::vector
         }
         blockAreas += double(box.max.x - box.min.x) * double(box.max.y - box.min.y);
         if (scene.layout == Layout::Identical || a->count <= 1000) continue;
-        // Thinning by 3 and 10 as the loader does keeps the block's extent
-        // and, at every scale, at least as many of its occupied cells as a
-        // random subset would (three standard deviations of slack). Along the
-        // curve each cell is one run of consecutive points, so none of 2k
-        // points or more is left empty (k would do; 2k leaves room for
-        // points a rounding puts on the other side of a cell's border).
+        // Thinning by 3 and 10 as the loader does keeps the extent of a block
+        // of evenly spread points and, at every scale, at least as many of
+        // its occupied cells as a random subset would (three standard
+        // deviations of slack). Along the curve each cell is one run of
+        // consecutive points, so none of 2k points or more is left empty (k
+        // would do; 2k leaves room for points a rounding puts on the other
+        // side of a cell's border).
         for (int stride : {3, 10}) {
             pcBoundingBoxf thin;
             for (int i = 0; i < a->count; i += stride) thin.expandBy(a->positions[i]);
             const pcVec3f full = box.max - box.min, kept = thin.max - thin.min;
-            if (kept.x < 0.8f * full.x || kept.y < 0.8f * full.y || kept.z < 0.7f * full.z)
+            if (scene.layout == Layout::Terrain &&
+                (kept.x < 0.8f * full.x || kept.y < 0.8f * full.y || kept.z < 0.7f * full.z))
                 return fail(QStringLiteral("stride %1 shrinks block %2").arg(stride).arg(it.key()));
             for (int level = 1; level <= 4; ++level) {
                 const Coverage c = coverage(*a, box, stride, level);
@@ -225,7 +227,7 @@ struct Run {
 };
 
 bool build(const QString& path, const Scene& scene, int target, const Run& run,
-           ILongLiveActionProgress* progress, QString* error)
+           ILongLiveActionProgress* progress, QString* error, const QString& tempDir = QString())
 {
     pcBoundingBoxf bounds;
     if (run.bounds == 0) bounds = pcBoundingBoxf(0.f, 0.f, -20.f, 1000.f, 600.f, 20.f);
@@ -233,6 +235,7 @@ bool build(const QString& path, const Scene& scene, int target, const Run& run,
     PtCloud_DataSetBuilder::Options options;
     options.targetBlockPoints = target;
     options.memoryBudgetBytes = run.budget;
+    options.tempDir = tempDir;
     PtCloud_DataSetBuilder builder(path, builderHeader(run.announce ? scene.points : 0), bounds, options);
     return feed(builder, scene, error) && builder.finish(progress, error);
 }
@@ -240,6 +243,17 @@ bool build(const QString& path, const Scene& scene, int target, const Run& run,
 QStringList entriesOf(const QString& dir)
 {
     return QDir(dir).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+}
+
+qint64 bytesUnder(const QString& dir)
+{
+    qint64 total = 0;
+    QDirIterator it(dir, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        it.next();
+        total += it.fileInfo().size();
+    }
+    return total;
 }
 
 }  // namespace
@@ -253,10 +267,14 @@ private slots:
     void init();
     void invariants_data();
     void invariants();
+    void spillingAndSplitting_data();
+    void spillingAndSplitting();
     void sameResultWhateverTheBudget();
     void sameInputSameFile();
     void stopLeavesNothing_data();
     void stopLeavesNothing();
+    void unusableTempFolder_data();
+    void unusableTempFolder();
     void refusals();
 
 private:
@@ -310,6 +328,47 @@ void TestStorageBuilder::invariants()
     QCOMPARE(entriesOf(m_dir->path()), QStringList{QStringLiteral("out.blk")});
 }
 
+void TestStorageBuilder::spillingAndSplitting_data()
+{
+    QTest::addColumn<Layout>("layout");
+    QTest::addColumn<qint64>("budget");
+    QTest::addColumn<bool>("spills");
+    // 200 000 points of 28 bytes: 5.6 MB of records, in buckets of about
+    // 30 000 points. With 4 MiB some buckets must go to disk while the
+    // others stay; with 10 MiB every record fits, but the cluster's bucket
+    // (150 000 points and more) cannot be split beside them at once.
+    QTest::newRow("some buckets spilled, others in memory") << Layout::Terrain << (4ll << 20) << true;
+    QTest::newRow("one bucket in memory too large to split") << Layout::Clustered << (10ll << 20) << false;
+}
+
+void TestStorageBuilder::spillingAndSplitting()
+{
+    QFETCH(Layout, layout);
+    QFETCH(qint64, budget);
+    QFETCH(bool, spills);
+    const Scene scene{200000, layout};
+    const QString path = m_dir->filePath(QStringLiteral("out.blk"));
+    const QString spillDir = m_dir->filePath(QStringLiteral("spill"));
+    QVERIFY(QDir().mkpath(spillDir));
+    // Spilled buckets are read back last, so the spill is whole while blocks are written.
+    qint64 spilled = 0;
+    PtCloud_SimpleProgress progress(
+        [&spilled, &spillDir](int, const QString&) { spilled = std::max(spilled, bytesUnder(spillDir)); });
+    QString error, why;
+    QVERIFY2(build(path, scene, 5000, Run{budget, true, 0}, &progress, &error, spillDir), qPrintable(error));
+    std::vector<PointRecord> got;
+    QVERIFY2(verifyFile(path, scene, 5000, &got, &why), qPrintable(why));
+    QCOMPARE(quint64(got.size()), scene.points);
+    if (spills) {
+        QVERIFY(spilled > 0);
+        QVERIFY2(spilled < QFileInfo(path).size() * 9 / 10,
+                 qPrintable(QStringLiteral("%1 bytes spilled: all of it").arg(spilled)));
+    } else {
+        QCOMPARE(spilled, qint64(0));
+    }
+    QVERIFY(entriesOf(spillDir).isEmpty());
+}
+
 void TestStorageBuilder::sameResultWhateverTheBudget()
 {
     const Scene scene{150000, Layout::Terrain};
@@ -361,6 +420,36 @@ void TestStorageBuilder::stopLeavesNothing()
     QCOMPARE(error, QStringLiteral("cancelled"));
     QVERIFY(progress.progress() < 100);
     QVERIFY(entriesOf(m_dir->path()).isEmpty());
+}
+
+void TestStorageBuilder::unusableTempFolder_data()
+{
+    QTest::addColumn<QString>("tempDir");
+    QTest::newRow("missing") << QStringLiteral("missing/deeper");
+    QTest::newRow("a file in its place") << QStringLiteral("file");
+}
+
+// Points that must spill find no temporary folder: a one-line failure, the
+// previous file as it was, and nothing else left behind.
+void TestStorageBuilder::unusableTempFolder()
+{
+    QFETCH(QString, tempDir);
+    const QString path = m_dir->filePath(QStringLiteral("out.blk"));
+    const QByteArray before("a dataset written earlier");
+    for (const QString& name : {QStringLiteral("out.blk"), QStringLiteral("file")}) {
+        QFile f(m_dir->filePath(name));
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        QCOMPARE(f.write(before), qint64(before.size()));
+    }
+    QString error;
+    QVERIFY(!build(path, Scene{200000, Layout::Terrain}, 5000, Run{1ll << 20, true, 0}, nullptr, &error,
+                   m_dir->filePath(tempDir)));
+    QVERIFY2(error.contains(QLatin1String("temporary folder")) && !error.contains(QLatin1Char('\n')),
+             qPrintable(error));
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::ReadOnly));
+    QCOMPARE(f.readAll(), before);
+    QCOMPARE(entriesOf(m_dir->path()), QStringList({QStringLiteral("file"), QStringLiteral("out.blk")}));
 }
 
 void TestStorageBuilder::refusals()
