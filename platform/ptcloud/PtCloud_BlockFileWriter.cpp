@@ -158,7 +158,10 @@ bool PtCloud_BlockFileWriter::writeEncodedBlock(int id, size_t n, const pcVec3f*
         return false;
     }
     if (columns.size() + 1 != size_t(m_header.columns.size()))
-        return fail(QStringLiteral("block %1 has %2 columns for %3").arg(id).arg(columns.size()).arg(m_header.columns.size() - 1),
+        return fail(QStringLiteral("block %1 has %2 columns for %3")
+                        .arg(id)
+                        .arg(columns.size())
+                        .arg(m_header.columns.size() - 1),
                     error);
     if (n == 0) return true;
     size_t next = 0;

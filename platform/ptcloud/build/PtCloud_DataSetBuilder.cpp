@@ -131,9 +131,11 @@ template <size_t W> void packColumn(const uint8_t* values, size_t n, char* recor
     for (size_t i = 0; i < n; ++i) std::memcpy(records + i * stride, values + i * W, W);
 }
 
-template <size_t W> void unpackColumn(const char* records, size_t stride, size_t n, uint8_t* values)
+// Takes the records in the given order: the low bits of each key index one.
+template <size_t W>
+void gatherColumn(const char* records, size_t stride, const quint64* order, size_t n, uint8_t* values)
 {
-    for (size_t i = 0; i < n; ++i) std::memcpy(values + i * W, records + i * stride, W);
+    for (size_t i = 0; i < n; ++i) std::memcpy(values + i * W, records + size_t(order[i] & kIndexMask) * stride, W);
 }
 
 // Point records live in memory mapped from the system for them alone: freed,
@@ -154,14 +156,14 @@ Memory mapMemory(size_t bytes)
 }
 
 using PackFn = void (*)(const uint8_t*, size_t, char*, size_t);
-using UnpackFn = void (*)(const char*, size_t, size_t, uint8_t*);
+using GatherFn = void (*)(const char*, size_t, const quint64*, size_t, uint8_t*);
 
-template <size_t W> std::pair<PackFn, UnpackFn> columnMovers()
+template <size_t W> std::pair<PackFn, GatherFn> columnMovers()
 {
-    return {&packColumn<W>, &unpackColumn<W>};
+    return {&packColumn<W>, &gatherColumn<W>};
 }
 
-std::pair<PackFn, UnpackFn> columnMoversFor(int width)
+std::pair<PackFn, GatherFn> columnMoversFor(int width)
 {
     switch (width) {
     case 1: return columnMovers<1>();
@@ -182,7 +184,7 @@ struct PtCloud_DataSetBuilder::Impl {
         size_t offset;
         size_t width;
         PackFn pack;
-        UnpackFn unpack;
+        GatherFn gather;
     };
 
     // A regular grid over a box; points outside fall into the edge cells.
@@ -342,14 +344,14 @@ struct PtCloud_DataSetBuilder::Impl {
     bool partitioned = false;  // the partitioning thread has no more blocks
     bool abort = false;        // the writing thread gave up: stop partitioning
     std::vector<Item> items;
-    std::vector<Block> leaves;  // of the bucket being split: ranges of items
-    std::vector<quint32> slotOf;  // where each record of the bucket goes in its output
-    std::vector<quint64> keys, keyScratch;  // a leaf's points in their order to be stored
-    std::vector<quint32> digitCounts;
+    std::vector<quint32> blockOf;  // of each record of the bucket being split
+    std::vector<size_t> blockSizes;
     // The block being written, column by column as the file stores them.
     std::vector<pcVec3f> blockPositions;
     std::vector<std::vector<uint8_t>> blockColumns;
     std::vector<const void*> blockColumnData;
+    std::vector<quint64> keys, keyScratch;  // its points in the order they are stored
+    std::vector<quint32> digitCounts;
 
     Impl(const QString& path, const stPtCloud_DataSetHeader& h, const pcBoundingBoxf& b,
          const Options& o)
@@ -370,8 +372,8 @@ struct PtCloud_DataSetBuilder::Impl {
             recordLayout.push_back({col, recordBytes, size_t(width), movers.first, movers.second});
             recordBytes += size_t(width);
         }
-        // The block being written, in columns, and the sort keys of the one
-        // being ordered. The buckets in flight are counted as they come.
+        // The block being written, in columns, and its two arrays of sort
+        // keys. The buckets in flight are counted as they come.
         inFlightBytes = qint64(recordBytes + 2 * sizeof(quint64)) * opt.targetBlockPoints;
         batches.resize(kBatchesInFlight);
         for (int i = 0; i < kBatchesInFlight; ++i) freeBatches.push_back(i);
@@ -404,7 +406,7 @@ struct PtCloud_DataSetBuilder::Impl {
         return p;
     }
 
-    // A bucket being split holds an item, a slot and an output record a point.
+    // A bucket being split holds an item, a block number and an output record a point.
     qint64 splitBytesPerPoint() const { return qint64(sizeof(Item) + sizeof(quint32) + recordBytes); }
 
     // Points a bucket may hold to be split now: its items, its output and
@@ -867,7 +869,9 @@ struct PtCloud_DataSetBuilder::Impl {
         const size_t n = size_t(end - begin);
         const size_t target = size_t(opt.targetBlockPoints);
         if (n <= target) {
-            leaves.push_back({-1, size_t(begin - items.data()), n});
+            const quint32 block = quint32(blockSizes.size());
+            blockSizes.push_back(n);
+            for (Item* it = begin; it != end; ++it) blockOf[it->record] = block;
             return true;
         }
         if (aborted()) return fail(QStringLiteral("cancelled"), error);
@@ -890,64 +894,17 @@ struct PtCloud_DataSetBuilder::Impl {
         return split(begin, mid, low, error) && split(mid, end, high, error);
     }
 
-    // Puts into keys, low kIndexBits bits, the indices of a leaf's points
-    // in the order they are stored: along a Morton curve through the box
-    // they span, so that each run of consecutive points fills a compact
-    // cell of the block (every k-th point is an even thinning, and points
-    // drawn one after the other are near); or, asked to keep them as they
-    // came, in arrival order. For the curve each key holds the curve position
-    // above the index, and a radix sort of the position's digits, least
-    // significant first, orders them: it is stable, so points in the same
-    // cell keep their order (same input, same file).
-    void orderLeaf(const Item* leaf, size_t n)
-    {
-        keys.resize(n);
-        if (!opt.morton) {
-            for (size_t i = 0; i < n; ++i) keys[i] = quint64(leaf[i].record) << kIndexBits | quint64(i);
-            std::sort(keys.begin(), keys.end());
-            return;
-        }
-        pcBoundingBoxf box;
-        for (size_t i = 0; i < n; ++i) box.expandBy(leaf[i].p);
-        const float cells = float(1 << kCurveAxisBits);
-        const pcVec3f e = box.max - box.min;
-        auto scale = [cells](float extent) { return extent > 0.f ? cells / extent : 0.f; };
-        const float sx = scale(e.x), sy = scale(e.y), sz = scale(e.z);
-        auto cell = [cells](float t) { return quint32(std::min(t, cells - 1.f)); };
-        digitCounts.assign(kDigits * kRadix, 0);
-        quint32* counts = digitCounts.data();
-        for (size_t i = 0; i < n; ++i) {
-            const pcVec3f p = leaf[i].p - box.min;
-            const quint64 curve = spreadBits(cell(p.x * sx)) | spreadBits(cell(p.y * sy)) << 1 |
-                                  spreadBits(cell(p.z * sz)) << 2;
-            keys[i] = curve << kIndexBits | quint64(i);
-            for (int d = 0; d < kDigits; ++d) ++counts[size_t(d) * kRadix + ((curve >> (d * kDigitBits)) & (kRadix - 1))];
-        }
-        keyScratch.resize(n);
-        for (int d = 0; d < kDigits; ++d) {
-            quint32* c = counts + size_t(d) * kRadix;
-            // A digit the same for every point leaves the order as it is.
-            if (std::find(c, c + kRadix, quint32(n)) != c + kRadix) continue;
-            quint32 sum = 0;
-            for (size_t v = 0; v < kRadix; ++v) {
-                const quint32 k = c[v];
-                c[v] = sum;
-                sum += k;
-            }
-            const int shift = kIndexBits + d * kDigitBits;
-            for (quint64 key : keys) keyScratch[c[(key >> shift) & (kRadix - 1)]++] = key;
-            keys.swap(keyScratch);
-        }
-    }
-
-    // Splits a bucket into blocks and hands them to the writing thread: each
-    // block's records one after the other, in the order they are stored.
+    // Splits a bucket into blocks and hands them to the writing thread. The
+    // records are read in memory order and dealt to their blocks, which the
+    // writing thread orders: no record is fetched at random from the whole
+    // bucket.
     bool splitBucket(const Bucket& b, QString* error)
     {
         const quint32 n = quint32(b.points);
         items.resize(n);
         for (quint32 r = 0; r < n; ++r) items[r] = {positionOf(recordAt(b, r)), r};
-        leaves.clear();
+        blockOf.resize(n);
+        blockSizes.clear();
         if (!split(items.data(), items.data() + n, b.box, error)) return false;
 
         int slot = -1;
@@ -968,16 +925,15 @@ struct PtCloud_DataSetBuilder::Impl {
             out.capacity = bytes;
         }
         out.blocks.clear();
-        slotOf.resize(n);
-        for (const Block& leaf : leaves) {
-            const Item* points = items.data() + leaf.first;
-            orderLeaf(points, leaf.points);
-            for (size_t i = 0; i < leaf.points; ++i)
-                slotOf[points[keys[i] & kIndexMask].record] = quint32(leaf.first + i);
-            out.blocks.push_back({nextBlockId++, leaf.first, leaf.points});
+        std::vector<size_t> heads(blockSizes.size());
+        size_t first = 0;
+        for (size_t k = 0; k < blockSizes.size(); ++k) {
+            heads[k] = first;
+            out.blocks.push_back({nextBlockId++, first, blockSizes[k]});
+            first += blockSizes[k];
         }
-        char* to = out.records.get();
-        for (quint32 r = 0; r < n; ++r) copyRecord(to + size_t(slotOf[r]) * recordBytes, recordAt(b, r), recordBytes);
+        for (quint32 r = 0; r < n; ++r)
+            copyRecord(out.records.get() + heads[blockOf[r]]++ * recordBytes, recordAt(b, r), recordBytes);
         {
             std::lock_guard<std::mutex> lock(mutex);
             readyOutputs.push_back(slot);
@@ -1088,15 +1044,68 @@ struct PtCloud_DataSetBuilder::Impl {
         }
     }
 
-    // Spreads a block's records into the columns of the block to write.
+    // Puts into keys, low kIndexBits bits, the indices of a block's records
+    // in the order they are stored: along a Morton curve through the box
+    // they span, so that each run of consecutive points fills a compact cell
+    // of the block (every k-th point is an even thinning, and points drawn
+    // one after the other are near); or, asked to keep them as they came, in
+    // arrival order. For the curve each key holds the curve position above
+    // the index, and a radix sort of the position's digits, least significant
+    // first, orders them: it is stable, so points in the same cell keep their
+    // order (same input, same file).
+    void orderBlock(const char* records, size_t n)
+    {
+        keys.resize(n);
+        if (!opt.morton) {
+            for (size_t i = 0; i < n; ++i) keys[i] = i;
+            return;
+        }
+        pcBoundingBoxf box;
+        for (size_t i = 0; i < n; ++i) box.expandBy(positionOf(records + i * recordBytes));
+        const float cells = float(1 << kCurveAxisBits);
+        const pcVec3f e = box.max - box.min;
+        auto scale = [cells](float extent) { return extent > 0.f ? cells / extent : 0.f; };
+        const float sx = scale(e.x), sy = scale(e.y), sz = scale(e.z);
+        auto cell = [cells](float t) { return quint32(std::min(t, cells - 1.f)); };
+        digitCounts.assign(kDigits * kRadix, 0);
+        quint32* counts = digitCounts.data();
+        for (size_t i = 0; i < n; ++i) {
+            const pcVec3f p = positionOf(records + i * recordBytes) - box.min;
+            const quint64 curve = spreadBits(cell(p.x * sx)) | spreadBits(cell(p.y * sy)) << 1 |
+                                  spreadBits(cell(p.z * sz)) << 2;
+            keys[i] = curve << kIndexBits | quint64(i);
+            for (int d = 0; d < kDigits; ++d)
+                ++counts[size_t(d) * kRadix + ((curve >> (d * kDigitBits)) & (kRadix - 1))];
+        }
+        keyScratch.resize(n);
+        for (int d = 0; d < kDigits; ++d) {
+            quint32* c = counts + size_t(d) * kRadix;
+            // A digit the same for every point leaves the order as it is.
+            if (std::find(c, c + kRadix, quint32(n)) != c + kRadix) continue;
+            quint32 sum = 0;
+            for (size_t v = 0; v < kRadix; ++v) {
+                const quint32 k = c[v];
+                c[v] = sum;
+                sum += k;
+            }
+            const int shift = kIndexBits + d * kDigitBits;
+            for (quint64 key : keys) keyScratch[c[(key >> shift) & (kRadix - 1)]++] = key;
+            keys.swap(keyScratch);
+        }
+    }
+
+    // Spreads a block's records, in the order they are stored, into the
+    // columns of the block to write.
     void unpack(const char* records, size_t n)
     {
+        orderBlock(records, n);
         blockPositions.resize(n);
-        unpackColumn<sizeof(pcVec3f)>(records, recordBytes, n, reinterpret_cast<uint8_t*>(blockPositions.data()));
+        gatherColumn<sizeof(pcVec3f)>(records, recordBytes, keys.data(), n,
+                                      reinterpret_cast<uint8_t*>(blockPositions.data()));
         for (size_t c = 0; c < recordLayout.size(); ++c) {
             const Slot& s = recordLayout[c];
             blockColumns[c].resize(n * s.width);
-            s.unpack(records + s.offset, recordBytes, n, blockColumns[c].data());
+            s.gather(records + s.offset, recordBytes, keys.data(), n, blockColumns[c].data());
             blockColumnData[c] = blockColumns[c].data();
         }
     }
@@ -1150,8 +1159,7 @@ struct PtCloud_DataSetBuilder::Impl {
         removeSpill();
         std::vector<char>().swap(staging);
         std::vector<Item>().swap(items);
-        leaves = std::vector<Block>();
-        std::vector<quint32>().swap(slotOf);
+        std::vector<quint32>().swap(blockOf);
         outputs.clear();
         std::vector<quint64>().swap(keys);
         std::vector<quint64>().swap(keyScratch);
