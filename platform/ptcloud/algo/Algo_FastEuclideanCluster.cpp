@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <memory>
 
 #include "Algo_KdTree.h"
 
@@ -110,7 +111,8 @@ bool sortIntoCells(const std::vector<pcVec3f>& points, const Extent& e, CellGrid
     const size_t n = points.size();
     grid.shiftY = e.bits[2];
     grid.shiftX = e.bits[2] + e.bits[1];
-    std::vector<Record> a(n), b(n);
+    // left uninitialised: every record is written before it is read
+    std::unique_ptr<Record[]> a(new Record[n]), b(new Record[n]);
     // the bar's share of each step: keys, sorting, cells, gathering
     const int mark[5] = {from, from + (to - from) / 5, to - (to - from) / 5, to - (to - from) / 10, to};
     if (!job.phase(text, mark[0], mark[1]) || !job.parallelFor(n, 4096, [&](size_t begin, size_t end) {
@@ -137,7 +139,7 @@ bool sortIntoCells(const std::vector<pcVec3f>& points, const Extent& e, CellGrid
     for (int shift = 0; shift < totalBits; shift += kDigitBits) {
         auto digit = [shift](const Key& k) { return static_cast<size_t>(k >> shift) & (kBuckets - 1); };
         std::fill(count.begin(), count.end(), 0);
-        for (const Record& r : a) ++count[digit(r.key) + 1];
+        for (size_t i = 0; i < n; ++i) ++count[digit(a[i].key) + 1];
         for (size_t d = 1; d <= kBuckets; ++d) count[d] += count[d - 1];
         for (size_t i = 0; i < n; ++i, ++sorted) {
             if (sorted % kSortPoll == 0 && !job.step(double(sorted) / double(work))) return false;
@@ -145,7 +147,7 @@ bool sortIntoCells(const std::vector<pcVec3f>& points, const Extent& e, CellGrid
         }
         a.swap(b);
     }
-    std::vector<Record>().swap(b);
+    b.reset();
 
     if (!job.phase(text, mark[2], mark[3])) return false;
     grid.keys.clear();
