@@ -12,14 +12,11 @@
 // k KMeans, r normals and region growing, o Open3D's DBSCAN (against d and e).
 
 #include <QCoreApplication>
-#include <QElapsedTimer>
-#include <QFile>
 #include <QStringList>
 #include <algorithm>
 #include <cstdio>
 #include <functional>
 #include <map>
-#include <sys/resource.h>
 #include <vector>
 
 #include <open3d/geometry/PointCloud.h>
@@ -31,17 +28,12 @@
 #include "Algo_KdTree.h"
 #include "Algo_NormalEstimation.h"
 #include "Algo_RegionGrowing.h"
+#include "BenchTiming.h"
 #include "LasReader.h"
 
 using namespace ptCloud;
 
 namespace {
-
-double cpuSeconds() {
-    rusage u{};
-    getrusage(RUSAGE_SELF, &u);
-    return double(u.ru_utime.tv_sec + u.ru_stime.tv_sec) + 1e-6 * double(u.ru_utime.tv_usec + u.ru_stime.tv_usec);
-}
 
 bool readScene(size_t wanted, std::vector<pcVec3f>& points) {
     const QString dir = QStringLiteral(PTCLOUD_SHARED_DATA_DIR "/las/");
@@ -68,34 +60,13 @@ bool readScene(size_t wanted, std::vector<pcVec3f>& points) {
     return true;
 }
 
-struct Timing {
-    double wall = 0, cpu = 0;
-};
+using Timing = BenchTiming::Result;
 
-QString loadAverage() {
-    QFile f(QStringLiteral("/proc/loadavg"));
-    if (!f.open(QIODevice::ReadOnly)) return QStringLiteral("unknown");
-    return QString::fromLatin1(f.readAll()).section(QLatin1Char(' '), 0, 2);
-}
-
-// The median of `runs` runs: other jobs on the machine add time to some of
-// them; the median is what a user sees most often.
 Timing timeIt(const char* what, const std::function<QString()>& fn, int runs) {
-    std::vector<double> wall, cpu;
     QString note;
-    for (int i = 0; i < runs; ++i) {
-        QElapsedTimer t;
-        const double c0 = cpuSeconds();
-        t.start();
-        note = fn();
-        wall.push_back(t.elapsed() / 1000.0);
-        cpu.push_back(cpuSeconds() - c0);
-    }
-    std::sort(wall.begin(), wall.end());
-    std::sort(cpu.begin(), cpu.end());
-    const Timing r{wall[wall.size() / 2], cpu[cpu.size() / 2]};
-    std::printf("%-36s wall %7.2f s  cpu %7.2f s  (wall %.2f..%.2f s)  %s\n", what, r.wall, r.cpu, wall.front(),
-                wall.back(), qPrintable(note));
+    const Timing r = BenchTiming::median([&] { note = fn(); }, runs);
+    std::printf("%-36s wall %7.2f s  cpu %7.2f s  (wall %.2f..%.2f s)  %s\n", what, r.wall, r.cpu, r.fastestWall,
+                r.slowestWall, qPrintable(note));
     std::fflush(stdout);
     return r;
 }
@@ -122,7 +93,7 @@ int main(int argc, char** argv) {
     std::vector<pcVec3f> points;
     if (!readScene(wanted, points)) return 1;
     std::printf("scene: %zu points, epsilon %.3f m, min pts %d, %d threads, median of %d runs, load %s\n",
-                points.size(), eps, minPts, Algo_KdTree::Job::threadCount(), runs, qPrintable(loadAverage()));
+                points.size(), eps, minPts, Algo_KdTree::Job::threadCount(), runs, qPrintable(BenchTiming::loadAverage()));
 
     timeIt("k-d tree build", [&] {
         Algo_KdTree tree;
@@ -190,12 +161,12 @@ int main(int argc, char** argv) {
         const Timing o3d = timeIt("Open3D ClusterDBSCAN", [&] {
             const std::vector<int> o = cloud.ClusterDBSCAN(eps, size_t(minPts), false);
             return summary(o);
-        }, std::max(runs / 2, 1));
+        }, runs);
         if (part('d'))
             std::printf("DBSCAN vs Open3D: %.1fx wall, %.1fx cpu\n", o3d.wall / dbscan.wall, o3d.cpu / dbscan.cpu);
         if (part('e'))
             std::printf("Euclidean vs Open3D: %.1fx wall, %.1fx cpu\n", o3d.wall / euclid.wall, o3d.cpu / euclid.cpu);
     }
-    std::printf("load at the end %s\n", qPrintable(loadAverage()));
+    std::printf("load at the end %s\n", qPrintable(BenchTiming::loadAverage()));
     return 0;
 }

@@ -3,19 +3,20 @@
 // side by side in a 6 x 6 block, and prints the type I, type II and total
 // errors of both ground filters on every ISPRS sample in the shared data.
 // Wall and process CPU seconds are printed: the CPU figure stays meaningful
-// on a machine shared with other jobs.
+// on a machine shared with other jobs. The two cloth filter runs on the
+// tiled scene are timed `runs` times and report the median; the load
+// average is printed at the start and the end.
 //
-//   bench_algo_ground [copies per side = 6] [sample = samp31]
+//   bench_algo_ground [copies per side = 6] [sample = samp31] [runs = 1]
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QImage>
 #include <QTemporaryDir>
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <functional>
-#include <sys/resource.h>
 #include <vector>
 
 #include "Algo_ClothFilter.h"
@@ -23,25 +24,23 @@
 #include "Algo_DemGrid.h"
 #include "Algo_HeightMap.h"
 #include "Algo_PatchworkGround.h"
+#include "BenchTiming.h"
 
 using namespace ptCloud;
 
 namespace {
 
-double cpuSeconds()
+void timeIt(const char* what, const std::function<QString()>& fn, int runs = 1)
 {
-    rusage u{};
-    getrusage(RUSAGE_SELF, &u);
-    return double(u.ru_utime.tv_sec + u.ru_stime.tv_sec) + 1e-6 * double(u.ru_utime.tv_usec + u.ru_stime.tv_usec);
-}
-
-void timeIt(const char* what, const std::function<QString()>& fn)
-{
-    QElapsedTimer t;
-    const double c0 = cpuSeconds();
-    t.start();
-    const QString note = fn();
-    std::printf("%-28s wall %7.2f s  cpu %7.2f s  %s\n", what, t.elapsed() / 1000.0, cpuSeconds() - c0, qPrintable(note));
+    QString note;
+    const BenchTiming::Result r = BenchTiming::median([&] { note = fn(); }, runs);
+    std::printf("%-28s wall %7.2f s  cpu %7.2f s  %s%s\n", what, r.wall, r.cpu,
+                runs > 1 ? qPrintable(QString("(median of %1, wall %2..%3 s)  ")
+                                          .arg(runs)
+                                          .arg(r.fastestWall, 0, 'f', 2)
+                                          .arg(r.slowestWall, 0, 'f', 2))
+                         : "",
+                qPrintable(note));
     std::fflush(stdout);
 }
 
@@ -79,6 +78,8 @@ int main(int argc, char** argv)
     QCoreApplication app(argc, argv);
     const int side = argc > 1 ? std::atoi(argv[1]) : 6;
     const QString sample = argc > 2 ? QString(argv[2]) : QStringLiteral("samp31");
+    const int runs = std::max(argc > 3 ? std::atoi(argv[3]) : 1, 1);
+    std::printf("load %s\n", qPrintable(BenchTiming::loadAverage()));
     const QDir isprs(QStringLiteral(PTCLOUD_SHARED_DATA_DIR "/isprs"));
     QString error;
 
@@ -129,7 +130,7 @@ int main(int argc, char** argv)
     std::vector<int> labels;
     timeIt("cloth filter (0.5 m, 500)", [&] {
         return Algo_ClothFilter::run(pts, Algo_ClothFilter::Params(), &labels, nullptr, &error) ? QString() : error;
-    });
+    }, runs);
     timeIt("patchwork++", [&] {
         return Algo_PatchworkGround::run(pts, Algo_PatchworkGround::Params(), &labels, nullptr, &error) ? QString() : error;
     });
@@ -143,7 +144,7 @@ int main(int argc, char** argv)
         return Algo_ClothFilter::run(pts, demCloth, &labels, nullptr, &error)
                    ? QString("resolution %1 m").arg(demCloth.clothResolution)
                    : error;
-    });
+    }, runs);
     Algo_DemGrid::Grid grid;
     timeIt("DEM grid", [&] {
         return Algo_DemGrid::build(pts, labels, 2, Algo_DemGrid::Params(), &grid, nullptr, &error)
@@ -175,5 +176,6 @@ int main(int argc, char** argv)
                    ? QString()
                    : error;
     });
+    std::printf("load at the end %s\n", qPrintable(BenchTiming::loadAverage()));
     return 0;
 }
