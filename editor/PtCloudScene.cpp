@@ -1,8 +1,13 @@
 #include "PtCloudScene.h"
 
+#include <QDeadlineTimer>
 #include <QEvent>
+#include <QTimer>
 
 #include <osg/BoundingSphere>
+#include <osgViewer/Viewer>
+
+#include <algorithm>
 
 #include "DataSetViewer.h"
 #include "Dlg_CopyDataSet.h"
@@ -25,6 +30,12 @@
 using namespace ptCloud;
 
 namespace {
+
+// Frames while blocks load: the longest pause between two, and how often
+// the loaders are asked for finished blocks during a pause.
+constexpr int kLongestLoadingPauseMs = 500;
+constexpr int kLoadingPollMs = 10;
+const char* const kLoadingPacer = "loadingPacer";
 
 // Shows or hides an item of any graph item class; false when there is none.
 template <class Item>
@@ -346,19 +357,44 @@ bool PtCloudScene::wheelEvent(QWheelEvent*) { return false; }
 
 void PtCloudScene::onPainted()
 {
+    const auto forEachPointItem = [this](const auto& apply) {
+        for (OsgGraphItem_PcDataSet* item : {m_pointsItem.get(), m_demClassifyItem.get()})
+            if (item) apply(item);
+        for (const PointItems* items : {&m_meshItems, &m_splitItems, &m_cutItems})
+            for (const auto& item : *items)
+                if (item) apply(item.get());
+    };
     bool loading = false;
-    const auto frame = [&loading](OsgGraphItem_PcDataSet* item) {
-        if (!item) return;
+    forEachPointItem([&loading](OsgGraphItem_PcDataSet* item) {
         item->updateFrame();
         loading = loading || item->hasPendingWork();
-    };
-    frame(m_pointsItem.get());
-    for (const auto& item : qAsConst(m_meshItems)) frame(item.get());
-    frame(m_demClassifyItem.get());
-    for (const auto& item : qAsConst(m_splitItems)) frame(item.get());
-    for (const auto& item : qAsConst(m_cutItems)) frame(item.get());
-    // Blocks keep arriving from the loaders without any input: draw again.
-    if (loading) m_view->requestRedraw();
+    });
+    if (!loading) return;
+
+    // Blocks keep arriving from the loaders without any input: draw again,
+    // after a pause as long as this frame took. A software renderer draws on
+    // every core, and frames back to back would leave the loaders little of
+    // the machine, delaying the complete picture by seconds. During the pause
+    // the blocks are taken in as they come, and the frame comes at once when
+    // the loaders are done. Input still draws without waiting.
+    osgViewer::Viewer* viewer = m_view->getViewer();
+    const double frameMs = (viewer->elapsedTime() - viewer->getFrameStamp()->getReferenceTime()) * 1000.0;
+    const QDeadlineTimer pause(qint64(std::clamp(frameMs, 0.0, double(kLongestLoadingPauseMs))));
+    delete findChild<QTimer*>(kLoadingPacer, Qt::FindDirectChildrenOnly);
+    auto* pacer = new QTimer(this);
+    pacer->setObjectName(kLoadingPacer);
+    connect(pacer, &QTimer::timeout, this, [this, pacer, pause, forEachPointItem] {
+        bool building = false;
+        forEachPointItem([&building](OsgGraphItem_PcDataSet* item) {
+            item->updateFrame();
+            building = building || item->isBuilding();
+        });
+        if (building && !pause.hasExpired()) return;
+        pacer->stop();
+        pacer->deleteLater();
+        m_view->requestRedraw();
+    });
+    pacer->start(kLoadingPollMs);
 }
 
 // ---- window commands

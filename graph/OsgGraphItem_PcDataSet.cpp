@@ -190,8 +190,10 @@ bool OsgGraphItem_PcDataSet::hasPendingWork() const
     if (!m_shown) return false;
     // The frame that is drawn after the change shows it.
     if (m_sceneChanged && frameNumber() <= m_changedAtFrame) return true;
-    return m_loader && m_loader->hasRequests();
+    return isBuilding();
 }
+
+bool OsgGraphItem_PcDataSet::isBuilding() const { return m_shown && m_loader && m_loader->hasRequests(); }
 
 bool OsgGraphItem_PcDataSet::isReady() const
 {

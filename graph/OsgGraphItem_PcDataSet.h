@@ -72,6 +72,9 @@ public:
     // Whether frames are still needed: requests in progress, results waiting,
     // or geometries that entered the scene after the last frame was drawn.
     bool hasPendingWork() const;
+    // Whether the loader still has blocks to build or finished ones to hand
+    // over; false while hidden.
+    bool isBuilding() const;
     // Loaded, and at least one block geometry is shown.
     bool isReady() const;
 

@@ -467,7 +467,15 @@ int runOurs(const Options& o)
         return true;
     };
     const int framesBefore = view->frames();
-    if (!waitForFrame(view.get(), complete, kLoadTimeoutMs)) return fail(QStringLiteral("loading never finished"));
+    // When each frame of the loading ended and how many points it had drawn.
+    QStringList timeline;
+    const QMetaObject::Connection logFrames = QObject::connect(view.get(), &QOpenGLWidget::frameSwapped, [&] {
+        timeline << QStringLiteral("%1:%2").arg(num(msSince(t), 0), num(double(item->drawnPointCount()) / 1e6, 2));
+    });
+    const bool loaded = waitForFrame(view.get(), complete, kLoadTimeoutMs);
+    QObject::disconnect(logFrames);
+    if (!loaded) return fail(QStringLiteral("loading never finished"));
+    r["frames_ms_mpts"] = timeline.join(QLatin1Char(','));
     r["first_ms"] = num(msSince(t));
     stalls.stop();
     r["load_frames"] = QString::number(view->frames() - framesBefore);
