@@ -340,12 +340,14 @@ bool cluster(const std::vector<pcVec3f>& points, const Extent& extent, float r2,
         !job.parallelFor(grid.columnKeys.size(), 64,
                          [&](size_t begin, size_t end) { linker.linkColumns(begin, end); }))
         return false;
-    result.assign(points.size(), -1);
-    for (size_t c = 0; c < cells; ++c) {
-        const int root = sets.find(int(c));
-        for (uint32_t j = grid.start[c]; j < grid.start[c + 1]; ++j) result[size_t(grid.ids[j])] = root;
-    }
-    return true;
+    result.resize(points.size());
+    return job.phase(QStringLiteral("Fast Euclidean: numbering clusters"), 95, 100) &&
+           job.parallelFor(cells, 1024, [&](size_t begin, size_t end) {
+               for (size_t c = begin; c < end; ++c) {
+                   const int root = sets.find(int(c));
+                   for (uint32_t j = grid.start[c]; j < grid.start[c + 1]; ++j) result[size_t(grid.ids[j])] = root;
+               }
+           });
 }
 
 }  // namespace
@@ -399,8 +401,7 @@ bool Algo_FastEuclideanCluster::run(const std::vector<pcVec3f>& points, const Pa
     std::vector<int> result;
     const bool done = totalBits <= 64 ? cluster<uint64_t>(points, extent, r2, cap, result, job)
                                       : cluster<unsigned __int128>(points, extent, r2, cap, result, job);
-    if (!done || !job.phase(QStringLiteral("Fast Euclidean: numbering clusters"), 95, 100))
-        return Algo_KdTree::Job::cancelled(error);
+    if (!done) return Algo_KdTree::Job::cancelled(error);
     Algo_KdTree::Job::compactLabels(result, 1, points.size());
     labels.swap(result);
     job.step(1.0);
