@@ -16,8 +16,8 @@
 // the most points any point has within the threshold no point runs out, and
 // the clusters are exactly the connected components Euclidean cluster
 // extraction finds at the same tolerance without size limits; a smaller
-// cap can only split clusters, and only where a point sees more than
-// maxSize - 1 occupied cells around it (never when maxSize >= 63). The
+// cap can only split clusters, and only where a cell has at least maxSize
+// occupied cells after it (never when maxSize >= 63). The
 // links do not depend on the order of the points or the threads' timing.
 // There are no size limits. Labels are 0..m-1 in the order of each
 // cluster's first point.
