@@ -17,10 +17,11 @@
 // the clusters are exactly the connected components Euclidean cluster
 // extraction finds at the same tolerance without size limits; a smaller
 // cap can only split clusters, and only where a cell has at least maxSize
-// occupied cells after it (never when maxSize >= 63). The
-// links do not depend on the order of the points or the threads' timing.
-// There are no size limits. Labels are 0..m-1 in the order of each
-// cluster's first point.
+// occupied cells after it (never when maxSize >= 63). The links never
+// depend on the threads' timing; a binding cap makes them depend on the
+// input order of a cell's points, which its chain follows. There are no
+// size limits. Labels are 0..m-1 in the order of each cluster's first
+// point.
 //
 // Cost: a radix sort of the points by cell (O(n), three passes over
 // 16-byte records for most scenes), then per occupied cell a walk of the
