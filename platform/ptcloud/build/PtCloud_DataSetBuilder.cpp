@@ -411,8 +411,8 @@ struct PtCloud_DataSetBuilder::Impl {
 
     // Points a bucket may hold to be split now: its items, its output and
     // its records when they must be read back, beside every record held and
-    // the outputs of the buckets before it, which may still be being written.
-    // It does not depend on how far the writing got: same input, same file.
+    // the memory the outputs keep. It does not depend on how far the writing
+    // got: same input, same file.
     quint64 splittablePoints(bool load) const
     {
         const qint64 perPoint = splitBytesPerPoint() + (load ? qint64(recordBytes) : 0);
