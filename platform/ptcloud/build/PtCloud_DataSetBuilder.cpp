@@ -57,7 +57,7 @@ constexpr quint64 kIndexMask = (quint64(1) << kIndexBits) - 1;
 
 // Spreads the low 11 bits of v two bits apart, so that three of them
 // interleave into a Morton key.
-quint64 spreadBits(quint32 v)
+constexpr quint64 spreadBits(quint32 v)
 {
     quint64 x = v & 0x7ffu;
     x = (x | x << 16) & 0x00ff0000ffull;
@@ -66,6 +66,17 @@ quint64 spreadBits(quint32 v)
     x = (x | x << 2) & 0x249249249ull;
     return x;
 }
+
+// The spread bits of every cell number along an axis: looking them up costs
+// less than the shifts.
+struct SpreadTable {
+    quint64 bits[1 << kCurveAxisBits];
+    constexpr SpreadTable() : bits()
+    {
+        for (quint32 v = 0; v < (1u << kCurveAxisBits); ++v) bits[v] = spreadBits(v);
+    }
+};
+constexpr SpreadTable kSpread;
 
 int floorLog2(quint64 v)
 {
@@ -1071,8 +1082,8 @@ struct PtCloud_DataSetBuilder::Impl {
         quint32* counts = digitCounts.data();
         for (size_t i = 0; i < n; ++i) {
             const pcVec3f p = positionOf(records + i * recordBytes) - box.min;
-            const quint64 curve = spreadBits(cell(p.x * sx)) | spreadBits(cell(p.y * sy)) << 1 |
-                                  spreadBits(cell(p.z * sz)) << 2;
+            const quint64 curve = kSpread.bits[cell(p.x * sx)] | kSpread.bits[cell(p.y * sy)] << 1 |
+                                  kSpread.bits[cell(p.z * sz)] << 2;
             keys[i] = curve << kIndexBits | quint64(i);
             for (int d = 0; d < kDigits; ++d)
                 ++counts[size_t(d) * kRadix + ((curve >> (d * kDigitBits)) & (kRadix - 1))];
