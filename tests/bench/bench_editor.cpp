@@ -105,10 +105,14 @@ bool parseOptions(const QStringList& args, Options* o, QString* error)
 {
     for (int i = 1; i < args.size(); ++i) {
         const QString& a = args[i];
-        const bool hasValue = i + 1 < args.size();
+        static const QStringList withValue{"--sizes", "--dir", "--frames", "--picks", "--child", "--project", "--file",
+                                           "--view"};
         if (a == QLatin1String("--keep")) {
             o->keep = true;
-        } else if (!hasValue) {
+        } else if (!withValue.contains(a)) {
+            *error = QStringLiteral("unknown option %1").arg(a);
+            return false;
+        } else if (i + 1 >= args.size()) {
             *error = QStringLiteral("%1 needs a value").arg(a);
             return false;
         } else if (a == QLatin1String("--sizes")) {
@@ -126,11 +130,8 @@ bool parseOptions(const QStringList& args, Options* o, QString* error)
             o->project = args[++i];
         } else if (a == QLatin1String("--file")) {
             o->file = args[++i];
-        } else if (a == QLatin1String("--view")) {
-            o->view = args[++i];
         } else {
-            *error = QStringLiteral("unknown option %1").arg(a);
-            return false;
+            o->view = args[++i];
         }
     }
     if (o->sizes.contains(0)) {
