@@ -44,7 +44,7 @@ Outcome failed(const QString& why, ILongLiveActionProgress* progress)
 }
 
 // Writes points (with the source's columns, plus labels when given) to a new
-// block file at path, partitioned and shuffled like any dataset.
+// block file at path, partitioned into blocks and ordered like any dataset.
 Outcome writePoints(const QString& path, const stPtCloud_DataSetHeader& source, EDataSetType type,
                     EColoringMode coloring, const stPtCloud_PointArray& points, ILongLiveActionProgress* progress)
 {

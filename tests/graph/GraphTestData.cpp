@@ -12,7 +12,7 @@ stPtCloud_DataSetHeader GraphTestData::header(EColoringMode mode, const QList<ED
 {
     stPtCloud_DataSetHeader h;
     h.type = DST_Points;
-    h.sort = DSS_Shuffled;
+    h.sort = DSS_Morton;
     h.coloringMode = mode;
     h.origin = origin();
     h.columns = columns;
