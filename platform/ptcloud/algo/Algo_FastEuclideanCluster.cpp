@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <memory>
 
@@ -26,7 +27,9 @@ constexpr int kColumns = 12;
 // rounding is below 1e-6 of a squared distance).
 constexpr double kSideMargin = 1e-5;
 constexpr int kDigitBits = 11;  // radix sort: 2048 buckets a pass
-// Points sorted between two polls of the stop.
+// Records per block of a parallel radix pass, and points between two polls
+// of the stop while finding the cells.
+constexpr size_t kSortBlock = 32768;
 constexpr size_t kSortPoll = 65536;
 
 struct Offset {
@@ -129,22 +132,44 @@ bool sortIntoCells(const std::vector<pcVec3f>& points, const Extent& e, CellGrid
         }))
         return false;
 
-    // Least significant digit first: stable, so each cell keeps input order.
-    if (!job.phase(text, mark[1], mark[2])) return false;
+    // Least significant digit first, each pass on every core over blocks of
+    // records (every block counts its digits, then deals its records out
+    // from its own offsets): stable, so each cell keeps input order.
     const int totalBits = e.bits[0] + e.bits[1] + e.bits[2];
+    const int passes = (totalBits + kDigitBits - 1) / kDigitBits;
     constexpr size_t kBuckets = size_t(1) << kDigitBits;
-    std::vector<size_t> count(kBuckets + 1);
-    const size_t work = n * size_t((totalBits + kDigitBits - 1) / kDigitBits);
-    size_t sorted = 0;
-    for (int shift = 0; shift < totalBits; shift += kDigitBits) {
+    const size_t blocks = std::clamp<size_t>(n / kSortBlock, 1, 64);
+    const size_t perBlock = (n + blocks - 1) / blocks;
+    std::vector<size_t> offsets(blocks * kBuckets);
+    for (int pass = 0; pass < passes; ++pass) {
+        const int shift = pass * kDigitBits;
         auto digit = [shift](const Key& k) { return static_cast<size_t>(k >> shift) & (kBuckets - 1); };
-        std::fill(count.begin(), count.end(), 0);
-        for (size_t i = 0; i < n; ++i) ++count[digit(a[i].key) + 1];
-        for (size_t d = 1; d <= kBuckets; ++d) count[d] += count[d - 1];
-        for (size_t i = 0; i < n; ++i, ++sorted) {
-            if (sorted % kSortPoll == 0 && !job.step(double(sorted) / double(work))) return false;
-            b[count[digit(a[i].key)]++] = a[i];
-        }
+        auto forBlocks = [&](int half, const std::function<void(size_t, size_t, size_t*)>& fn) {
+            const int span = mark[2] - mark[1];
+            return job.phase(text, mark[1] + span * (2 * pass + half) / (2 * passes),
+                             mark[1] + span * (2 * pass + half + 1) / (2 * passes)) &&
+                   job.parallelFor(blocks, 1, [&](size_t first, size_t last) {
+                       for (size_t block = first; block < last; ++block)
+                           fn(block * perBlock, std::min(n, (block + 1) * perBlock), &offsets[block * kBuckets]);
+                   });
+        };
+        if (!forBlocks(0, [&](size_t begin, size_t end, size_t* count) {
+                std::fill(count, count + kBuckets, size_t(0));
+                for (size_t i = begin; i < end; ++i) ++count[digit(a[i].key)];
+            }))
+            return false;
+        size_t sum = 0;
+        for (size_t d = 0; d < kBuckets; ++d)
+            for (size_t block = 0; block < blocks; ++block) {
+                size_t& offset = offsets[block * kBuckets + d];
+                const size_t count = offset;
+                offset = sum;
+                sum += count;
+            }
+        if (!forBlocks(1, [&](size_t begin, size_t end, size_t* offset) {
+                for (size_t i = begin; i < end; ++i) b[offset[digit(a[i].key)]++] = a[i];
+            }))
+            return false;
         a.swap(b);
     }
     b.reset();
