@@ -1,8 +1,6 @@
 #include "PtCloudScene.h"
 
-#include <QDeadlineTimer>
 #include <QEvent>
-#include <QTimer>
 
 #include <osg/BoundingSphere>
 #include <osgViewer/Viewer>
@@ -35,7 +33,6 @@ namespace {
 // the loaders are asked for finished blocks during a pause.
 constexpr int kLongestLoadingPauseMs = 500;
 constexpr int kLoadingPollMs = 10;
-const char* const kLoadingPacer = "loadingPacer";
 
 // Shows or hides an item of any graph item class; false when there is none.
 template <class Item>
@@ -73,6 +70,8 @@ PtCloudScene::PtCloudScene(PtCloudWidget* view) : QObject(nullptr), m_view(view)
     m_dataSetViewer->show();
     placeDataSetViewer();
     view->installEventFilter(this);
+    m_loadingPacer.setInterval(kLoadingPollMs);
+    connect(&m_loadingPacer, &QTimer::timeout, this, &PtCloudScene::onLoadingPacer);
 }
 
 PtCloudScene::~PtCloudScene()
@@ -355,15 +354,18 @@ bool PtCloudScene::mouseMoveEvent(QMouseEvent* event)
 
 bool PtCloudScene::wheelEvent(QWheelEvent*) { return false; }
 
+template <class Apply>
+void PtCloudScene::forEachPointItem(const Apply& apply) const
+{
+    for (OsgGraphItem_PcDataSet* item : {m_pointsItem.get(), m_demClassifyItem.get()})
+        if (item) apply(item);
+    for (const PointItems* items : {&m_meshItems, &m_splitItems, &m_cutItems})
+        for (const auto& item : *items)
+            if (item) apply(item.get());
+}
+
 void PtCloudScene::onPainted()
 {
-    const auto forEachPointItem = [this](const auto& apply) {
-        for (OsgGraphItem_PcDataSet* item : {m_pointsItem.get(), m_demClassifyItem.get()})
-            if (item) apply(item);
-        for (const PointItems* items : {&m_meshItems, &m_splitItems, &m_cutItems})
-            for (const auto& item : *items)
-                if (item) apply(item.get());
-    };
     bool loading = false;
     forEachPointItem([&loading](OsgGraphItem_PcDataSet* item) {
         item->updateFrame();
@@ -379,22 +381,20 @@ void PtCloudScene::onPainted()
     // the loaders are done. Input still draws without waiting.
     osgViewer::Viewer* viewer = m_view->getViewer();
     const double frameMs = (viewer->elapsedTime() - viewer->getFrameStamp()->getReferenceTime()) * 1000.0;
-    const QDeadlineTimer pause(qint64(std::clamp(frameMs, 0.0, double(kLongestLoadingPauseMs))));
-    delete findChild<QTimer*>(kLoadingPacer, Qt::FindDirectChildrenOnly);
-    auto* pacer = new QTimer(this);
-    pacer->setObjectName(kLoadingPacer);
-    connect(pacer, &QTimer::timeout, this, [this, pacer, pause, forEachPointItem] {
-        bool building = false;
-        forEachPointItem([&building](OsgGraphItem_PcDataSet* item) {
-            item->updateFrame();
-            building = building || item->isBuilding();
-        });
-        if (building && !pause.hasExpired()) return;
-        pacer->stop();
-        pacer->deleteLater();
-        m_view->requestRedraw();
+    m_loadingPause.setRemainingTime(qint64(std::clamp(frameMs, 0.0, double(kLongestLoadingPauseMs))));
+    m_loadingPacer.start();
+}
+
+void PtCloudScene::onLoadingPacer()
+{
+    bool building = false;
+    forEachPointItem([&building](OsgGraphItem_PcDataSet* item) {
+        item->updateFrame();
+        building = building || item->isBuilding();
     });
-    pacer->start(kLoadingPollMs);
+    if (building && !m_loadingPause.hasExpired()) return;
+    m_loadingPacer.stop();
+    m_view->requestRedraw();
 }
 
 // ---- window commands

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <QDeadlineTimer>
 #include <QMap>
 #include <QObject>
 #include <QString>
+#include <QTimer>
 
 #include <osg/ref_ptr>
 
@@ -140,6 +142,11 @@ private:
     void createPointsItem(ptCloud::PtCloudDataSet* dataSet);
     // The tree shows what the scene holds; the view draws it.
     void contentChanged(EContentKind kind);
+    // Every point-type item there is.
+    template <class Apply> void forEachPointItem(const Apply& apply) const;
+    // While blocks load: takes finished blocks in, and draws once the
+    // loaders are done or the pause is over.
+    void onLoadingPacer();
 
     PtCloudWidget* m_view;
     ptCloud::PtCloud_Controller* m_controller = nullptr;
@@ -154,4 +161,6 @@ private:
     QMap<QString, osg::ref_ptr<OsgGraphItem_VolumeArea>> m_volumeAreaItems;
     PointItems m_cutItems;
     bool m_viewShown = false;
+    QTimer m_loadingPacer;
+    QDeadlineTimer m_loadingPause;
 };
