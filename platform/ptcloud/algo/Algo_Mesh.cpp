@@ -19,6 +19,7 @@
 #include <thread>
 
 #include "Algo_KdTree.h"
+#include "Algo_Random.h"
 
 namespace ptCloud {
 
@@ -107,14 +108,8 @@ bool runInterruptibly(Job& job, std::function<void()> work, QString* error) {
     return job.step(1.0) || Job::cancelled(error);
 }
 
-// A fixed pseudo-random value in [-1, 1) per key (splitmix64).
-double unitNoise(uint64_t key) {
-    uint64_t z = key + 0x9E3779B97F4A7C15ull;
-    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-    z ^= z >> 31;
-    return double(z >> 11) * 0x1.0p-52 - 1.0;
-}
+// A fixed pseudo-random value in [-1, 1) per key.
+double unitNoise(uint64_t key) { return double(Algo_Random::splitMix(key) >> 11) * 0x1.0p-52 - 1.0; }
 
 // Hash of a position's exact bits.
 size_t bitsHash(const Eigen::Vector3d& v) {

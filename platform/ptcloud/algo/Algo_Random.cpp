@@ -2,13 +2,21 @@
 
 namespace ptCloud {
 
+namespace {
+constexpr uint64_t kGolden = 0x9e3779b97f4a7c15ull;
+}
+
+uint64_t Algo_Random::splitMix(uint64_t key) {
+    uint64_t z = key + kGolden;
+    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ull;
+    z = (z ^ (z >> 27)) * 0x94d049bb133111ebull;
+    return z ^ (z >> 31);
+}
+
 void Algo_Random::seed(uint64_t value) {
     for (uint64_t& word : m_state) {
-        value += 0x9e3779b97f4a7c15ull;
-        uint64_t z = value;
-        z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ull;
-        z = (z ^ (z >> 27)) * 0x94d049bb133111ebull;
-        word = z ^ (z >> 31);
+        word = splitMix(value);
+        value += kGolden;
     }
 }
 

@@ -23,6 +23,9 @@ public:
     double uniform() { return double(next() >> 11) * (1.0 / 9007199254740992.0); }
     // Uniform in [lo, hi).
     double uniform(double lo, double hi) { return lo + (hi - lo) * uniform(); }
+    // splitmix64 of one key: a fixed, well spread 64-bit value per key, for
+    // noise that must not depend on the order in which keys are visited.
+    static uint64_t splitMix(uint64_t key);
 
 private:
     uint64_t m_state[4];
