@@ -2,14 +2,20 @@
 // Euclidean cluster extraction: the connected components of the graph that
 // joins every two points closer than the tolerance. Each cluster grows from
 // its first unvisited point through one tolerance search per point, the
-// classic way; the searches look only among the points not yet taken. Clusters of fewer than minCluster or more than maxCluster
-// points are not kept (-1); the kept ones are numbered 0..m-1 in the order of
-// their first point.
+// classic way; the searches look only among the points not yet taken. The
+// k-d tree's top levels cut the cloud into parts that grow on separate
+// cores, each blind to the others; fragments of a cluster that crosses a
+// cut are then joined through the close pairs across it. Clusters of fewer
+// than minCluster or more than maxCluster points are not kept (-1); the kept
+// ones are numbered 0..m-1 in the order of their first point, whatever the
+// threads' timing.
 //
 // Cost: a k-d tree (O(n log n), ~24 bytes a point) and one tolerance search
-// per point among the untaken points, O(n log n + n * q) time with q the
-// points within the tolerance, on one core (growth from a seed is
-// sequential); memory ~40 bytes a point. Algo_FastEuclideanCluster finds the same clusters on both cores.
+// per point among the untaken points of its part, O(n log n + n * q) time
+// with q the points within the tolerance, shared by the cores; joining adds
+// one search per point within the tolerance of a cut. Memory ~45 bytes a
+// point. Algo_FastEuclideanCluster finds the same clusters on a grid,
+// several times faster.
 
 #include <QString>
 #include <vector>

@@ -98,6 +98,46 @@ bool Algo_KdTree::Job::parallelFor(size_t count, size_t grain,
     return step(1.0);
 }
 
+bool Algo_KdTree::Job::runTasks(size_t count, const std::atomic<size_t>& done, size_t total,
+                                const std::function<void(size_t, const std::function<bool()>&)>& fn) {
+    if (m_stopped) return false;
+    std::atomic<size_t> next{0};
+    std::atomic<bool> stop{false};
+    std::atomic<size_t> busy{0};
+    const std::function<bool()> helperGoing = [&] { return !stop.load(std::memory_order_relaxed); };
+    const std::function<bool()> callerGoing = [&] {
+        if (step(total ? double(done.load(std::memory_order_relaxed)) / double(total) : 1.0)) return true;
+        stop = true;
+        return false;
+    };
+    auto work = [&](const std::function<bool()>& going) {
+        for (size_t task = next.fetch_add(1); task < count && going(); task = next.fetch_add(1)) fn(task, going);
+    };
+    std::vector<std::thread> helpers;
+    const size_t wanted = std::min<size_t>(static_cast<size_t>(threadCount() - 1), count);
+    for (size_t t = 0; t < wanted; ++t) {
+        busy.fetch_add(1);
+        try {
+            helpers.emplace_back([&] {
+                work(helperGoing);
+                busy.fetch_sub(1, std::memory_order_release);
+            });
+        } catch (const std::system_error&) {
+            busy.fetch_sub(1);
+            break;  // fewer threads is slower, not wrong
+        }
+    }
+    work(callerGoing);
+    // a helper's last task may outlast the caller's: keep the bar moving and
+    // the stop prompt meanwhile
+    while (busy.load(std::memory_order_acquire) > 0) {
+        if (!stop.load(std::memory_order_relaxed)) callerGoing();
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    for (std::thread& t : helpers) t.join();
+    return step(1.0);
+}
+
 bool Algo_KdTree::Job::cancelled(QString* error) {
     return fail(error, QStringLiteral("cancelled"));
 }
@@ -285,14 +325,11 @@ inline float Algo_KdTree::boxDist2(const Node& n, const pcVec3f& q) {
     return ex * ex + ey * ey + ez * ez;
 }
 
-float Algo_KdTree::boxFarDist2(const Node& n, const pcVec3f& q) {
-    const float c[3] = {q.x, q.y, q.z};
-    float d = 0.f;
-    for (int a = 0; a < 3; ++a) {
-        const float e = std::max(c[a] - n.lo[a], n.hi[a] - c[a]);
-        d += e * e;
-    }
-    return d;
+inline float Algo_KdTree::boxFarDist2(const Node& n, const pcVec3f& q) {
+    const float ex = std::max(q.x - n.lo[0], n.hi[0] - q.x);
+    const float ey = std::max(q.y - n.lo[1], n.hi[1] - q.y);
+    const float ez = std::max(q.z - n.lo[2], n.hi[2] - q.z);
+    return ex * ex + ey * ey + ez * ez;
 }
 
 void Algo_KdTree::knn(const pcVec3f& q, size_t k, float maxDist2, std::vector<Neighbour>& out,
@@ -344,12 +381,43 @@ void Algo_KdTree::knn(const pcVec3f& q, size_t k, float maxDist2, std::vector<Ne
     }
 }
 
+std::vector<Algo_KdTree::Part> Algo_KdTree::parts(int levels) const {
+    std::vector<Part> out;
+    if (m_nodes.empty()) return out;
+    std::vector<int32_t> roots{0}, next;
+    for (int level = 0; level < levels; ++level) {
+        next.clear();
+        for (const int32_t r : roots) {
+            const int32_t right = m_nodes[static_cast<size_t>(r)].right;
+            next.push_back(right < 0 ? r : r + 1);
+            if (right >= 0) next.push_back(right);
+        }
+        roots.swap(next);
+    }
+    for (const int32_t r : roots) {
+        // nodes are in preorder: a subtree ends with its rightmost leaf
+        int32_t last = r;
+        while (m_nodes[static_cast<size_t>(last)].right >= 0) last = m_nodes[static_cast<size_t>(last)].right;
+        const Node& n = m_nodes[static_cast<size_t>(r)];
+        out.push_back({r, last + 1, static_cast<size_t>(n.begin), static_cast<size_t>(n.end)});
+    }
+    return out;
+}
+
+float Algo_KdTree::partDist2(const Part& part, const pcVec3f& q) const {
+    return boxDist2(m_nodes[static_cast<size_t>(part.node)], q);
+}
+
+Algo_KdTree::Part Algo_KdTree::whole() const {
+    return {0, static_cast<int32_t>(m_nodes.size()), 0, size()};
+}
+
 template <class Classify, class Test, class Take>
-void Algo_KdTree::walk(Classify classify, Test test, Take take) const {
+void Algo_KdTree::walk(int32_t root, Classify classify, Test test, Take take) const {
     if (m_nodes.empty()) return;
     int32_t stack[kStackDepth];
     int sp = 0;
-    stack[sp++] = 0;
+    stack[sp++] = root;
     while (sp > 0) {
         const int32_t index = stack[--sp];
         const Node& n = m_nodes[static_cast<size_t>(index)];
@@ -367,18 +435,27 @@ void Algo_KdTree::walk(Classify classify, Test test, Take take) const {
     }
 }
 
-Algo_KdTree::Remaining::Remaining(const Algo_KdTree& tree)
-    : m_tree(tree), m_left(tree.m_nodes.size()), m_taken(tree.size(), 0) {
-    for (size_t i = 0; i < m_left.size(); ++i) m_left[i] = tree.m_nodes[i].end - tree.m_nodes[i].begin;
+Algo_KdTree::Remaining::Remaining(const Algo_KdTree& tree) : Remaining(tree, tree.whole()) {}
+
+Algo_KdTree::Remaining::Remaining(const Algo_KdTree& tree, const Part& part)
+    : m_tree(tree),
+      m_part(part),
+      m_left(static_cast<size_t>(part.nodeEnd - part.node)),
+      m_taken(part.end - part.begin, 0) {
+    for (size_t i = 0; i < m_left.size(); ++i) {
+        const Node& n = tree.m_nodes[static_cast<size_t>(part.node) + i];
+        m_left[i] = n.end - n.begin;
+    }
 }
 
 void Algo_KdTree::Remaining::take(size_t at) {
-    if (m_taken[at]) return;
-    m_taken[at] = 1;
+    char& mark = m_taken[at - m_part.begin];
+    if (mark) return;
+    mark = 1;
     const int32_t position = static_cast<int32_t>(at);
-    int32_t index = 0;
+    int32_t index = m_part.node;
     for (;;) {
-        --m_left[static_cast<size_t>(index)];
+        --m_left[static_cast<size_t>(index - m_part.node)];
         const Node& n = m_tree.m_nodes[static_cast<size_t>(index)];
         if (n.right < 0) return;
         index = position < m_tree.m_nodes[static_cast<size_t>(n.right)].begin ? index + 1 : n.right;
@@ -387,16 +464,19 @@ void Algo_KdTree::Remaining::take(size_t at) {
 
 void Algo_KdTree::Remaining::radius(const pcVec3f& q, float r2, std::vector<int32_t>& out) const {
     out.clear();
-    const Node* nodes = m_tree.m_nodes.data();
+    const Node* nodes = m_tree.m_nodes.data() + m_part.node;
+    const int32_t first = static_cast<int32_t>(m_part.begin);
+    auto isTaken = [&](int32_t position) { return m_taken[static_cast<size_t>(position - first)] != 0; };
     m_tree.walk(
+        m_part.node,
         [&](const Node& n) {
             if (m_left[static_cast<size_t>(&n - nodes)] == 0 || boxDist2(n, q) > r2) return Reach::None;
             return boxFarDist2(n, q) <= r2 ? Reach::All : Reach::Some;
         },
-        [&](int32_t i) { return !m_taken[static_cast<size_t>(i)] && dist2(m_tree.m_points[static_cast<size_t>(i)], q) <= r2; },
+        [&](int32_t i) { return !isTaken(i) && dist2(m_tree.m_points[static_cast<size_t>(i)], q) <= r2; },
         [&](int32_t begin, int32_t end) {
             for (int32_t i = begin; i < end; ++i)
-                if (!m_taken[static_cast<size_t>(i)]) out.push_back(i);
+                if (!isTaken(i)) out.push_back(i);
         });
 }
 
@@ -416,6 +496,7 @@ size_t Algo_KdTree::gatherLeaf(size_t leaf, float r, LeafScratch& s) const {
     const float lo[3] = {box.lo[0] - r, box.lo[1] - r, box.lo[2] - r};
     const float hi[3] = {box.hi[0] + r, box.hi[1] + r, box.hi[2] + r};
     walk(
+        0,
         [&](const Node& n) {
             bool overlaps = n.end > first, inside = true;
             for (int a = 0; a < 3; ++a) {
@@ -457,8 +538,13 @@ void Algo_KdTree::withinGathered(const pcVec3f& q, float r2, size_t from, LeafSc
 }
 
 void Algo_KdTree::radius(const pcVec3f& q, float r2, std::vector<int>& out) const {
+    radius(q, r2, out, whole());
+}
+
+void Algo_KdTree::radius(const pcVec3f& q, float r2, std::vector<int>& out, const Part& part) const {
     out.clear();
     walk(
+        part.node,
         [&](const Node& n) {
             return boxDist2(n, q) > r2 ? Reach::None : (boxFarDist2(n, q) <= r2 ? Reach::All : Reach::Some);
         },

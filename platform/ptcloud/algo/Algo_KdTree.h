@@ -53,6 +53,15 @@ public:
         // an item costs. False when a stop was requested (chunks not yet
         // started are then skipped).
         bool parallelFor(size_t count, size_t grain, const std::function<void(size_t, size_t)>& fn);
+        // Runs fn(task, going) for every task in [0, count), one task per
+        // core at a time, the calling thread included, for long tasks that
+        // cannot be cut into chunks. fn must call going() every few
+        // milliseconds and return soon once it says false (a stop was
+        // requested). On the calling thread going() also reports
+        // done / total of the current phase, so fn should add its finished
+        // items to `done` before calling it. False when stopped.
+        bool runTasks(size_t count, const std::atomic<size_t>& done, size_t total,
+                      const std::function<void(size_t, const std::function<bool()>&)>& fn);
         bool stopped() const { return m_stopped; }
 
         // The error of a stopped run, for `return Job::cancelled(error);`.
@@ -90,13 +99,32 @@ public:
         std::vector<std::atomic<int>> m_parent;
     };
 
+    // A subtree: its nodes are consecutive, [node, nodeEnd), and so are its
+    // points, positions [begin, end) of order().
+    struct Part {
+        int32_t node;
+        int32_t nodeEnd;
+        size_t begin;
+        size_t end;
+    };
+    // The subtrees `levels` below the root (a leaf met higher up stands for
+    // itself), in point order: disjoint runs of order() covering every
+    // point, which separate threads may work on. Empty for an empty tree.
+    std::vector<Part> parts(int levels) const;
+    // Squared distance from q to the box of the part's points: no point of
+    // the part is closer.
+    float partDist2(const Part& part, const pcVec3f& q) const;
+
     // The points a growing stage has not taken yet. Each node counts its
     // untaken points, so searches skip whole subtrees once they are taken:
     // growth that takes every point once searches ever smaller trees.
     class Remaining {
     public:
         explicit Remaining(const Algo_KdTree& tree);
-        bool taken(size_t at) const { return m_taken[at] != 0; }
+        // Only the points of `part`: takes (of its positions only) and
+        // searches stay inside it, so parts may grow on separate threads.
+        Remaining(const Algo_KdTree& tree, const Part& part);
+        bool taken(size_t at) const { return m_taken[at - m_part.begin] != 0; }
         // Takes the point at position `at` of order(); O(depth).
         void take(size_t at);
         // Positions (in order()) of the untaken points with squared
@@ -105,8 +133,9 @@ public:
 
     private:
         const Algo_KdTree& m_tree;
-        std::vector<int32_t> m_left;  // untaken points of each node
-        std::vector<char> m_taken;    // by position
+        Part m_part;
+        std::vector<int32_t> m_left;  // untaken points of each node, from m_part.node
+        std::vector<char> m_taken;    // by position, from m_part.begin
     };
 
     Algo_KdTree();
@@ -123,6 +152,9 @@ public:
     // queries of neighbouring points on warm cache lines, several times
     // faster than file order on large clouds.
     const std::vector<int32_t>& order() const { return m_ids; }
+    // The point at position `at` of order(), from the tree's own copy: the
+    // copy is in that order, so walking positions reads memory in sequence.
+    const pcVec3f& position(size_t at) const { return m_points[at]; }
 
     // The k nearest points within sqrt(maxDist2) of q, nearest first, ties
     // broken by the lower index so the answer does not depend on the tree's
@@ -133,6 +165,8 @@ public:
     // Indices of all points with squared distance <= r2 to q, in tree order
     // (deterministic for one tree). Replaces `out`.
     void radius(const pcVec3f& q, float r2, std::vector<int>& out) const;
+    // The same among the points of one part only.
+    void radius(const pcVec3f& q, float r2, std::vector<int>& out, const Part& part) const;
 
     // Whole-leaf neighbourhoods, for stages that look at every close pair
     // once: one walk of the tree gathers the points near a leaf, then each of
@@ -196,13 +230,14 @@ private:
     int32_t makeNode(int32_t index, int32_t begin, int32_t end, std::vector<Entry>& entries,
                      const NodeCounts& counts);
     void buildSubtree(const Subtree& t, std::vector<Entry>& entries, const NodeCounts& counts);
-    // Depth-first walk in point order. classify(node) says whether none, all
+    Part whole() const;
+    // Depth-first walk in point order from node `root`. classify(node) says whether none, all
     // or some of its points qualify; for "some" at a leaf, test(position)
     // decides point by point. take(begin, end) receives qualifying ranges
     // of positions.
     enum class Reach { None, All, Some };
     template <class Classify, class Test, class Take>
-    void walk(Classify classify, Test test, Take take) const;
+    void walk(int32_t root, Classify classify, Test test, Take take) const;
     static float boxDist2(const Node& n, const pcVec3f& q);
     static float boxFarDist2(const Node& n, const pcVec3f& q);
 

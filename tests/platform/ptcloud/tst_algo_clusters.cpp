@@ -5,6 +5,7 @@
 
 #include <QtTest>
 #include <algorithm>
+#include <cmath>
 #include <functional>
 #include <map>
 #include <random>
@@ -79,6 +80,57 @@ Scene sceneByName(const QString& name) {
             const pcVec3f p(u(rng), u(rng), u(rng));
             for (int copy = 0; copy <= i % 3; ++copy) s.points.push_back(p);
         }
+        s.truth.assign(s.points.size(), 0);
+        return s;
+    }
+    // The scenes below lie along x, so the k-d tree's first cuts are planes
+    // x = const near the middle: clusters that cross them, meet only
+    // across them, or sit on them.
+    if (name == "chains across the cuts") {
+        // blobs at both ends; a 0.2 m chain forming a U whose arms cross the
+        // middle and whose bend is on the right, so its left pieces join
+        // only through the right; a zigzag crossing the middle many times
+        Scene s = makeBlobs(2, 200, 24.f, 0.3f, 0, 18);
+        for (pcVec3f& p : s.points) p.x -= 12.f;
+        for (int i = 0; i <= 60; ++i) s.points.emplace_back(-6.f + 0.2f * float(i), 0.f, 0.f);
+        for (int i = 1; i < 15; ++i) s.points.emplace_back(6.f, 0.2f * float(i), 0.f);
+        for (int i = 0; i <= 60; ++i) s.points.emplace_back(6.f - 0.2f * float(i), 3.f, 0.f);
+        for (int i = 0; i <= 200; ++i)
+            s.points.emplace_back(1.5f * std::sin(0.1f * float(i)), -2.f - 0.005f * float(i), 0.f);
+        s.truth.assign(s.points.size(), 0);
+        return s;
+    }
+    if (name == "meeting across the middle") {
+        // two 0.2 m grids whose nearest columns are 0.3 m apart across x = 0
+        Scene s;
+        for (int side : {-1, 1})
+            for (int i = 0; i < 20; ++i)
+                for (int j = 0; j < 8; ++j) s.points.emplace_back(float(side) * (0.15f + 0.2f * float(i)), 0.2f * float(j), 0.f);
+        s.truth.assign(s.points.size(), 0);
+        return s;
+    }
+    if (name == "sheet on the middle") {
+        // a 0.2 m grid exactly on x = 0 among scattered points: the median
+        // is a tie shared by many points
+        Scene s;
+        for (int j = 0; j < 20; ++j)
+            for (int k = 0; k < 20; ++k) s.points.emplace_back(0.f, 0.2f * float(j), 0.2f * float(k));
+        std::mt19937 rng(19);
+        std::uniform_real_distribution<float> ux(-4.f, 4.f), uyz(0.f, 4.f);
+        for (int i = 0; i < 400; ++i) s.points.emplace_back(ux(rng), uyz(rng), uyz(rng));
+        s.truth.assign(s.points.size(), 0);
+        return s;
+    }
+    if (name == "one spot") {
+        Scene s;
+        s.points.assign(300, pcVec3f(1.f, 2.f, 3.f));
+        s.truth.assign(s.points.size(), 0);
+        return s;
+    }
+    if (name == "one point" || name == "two points") {
+        Scene s;
+        s.points = {pcVec3f(0.f, 0.f, 0.f), pcVec3f(0.3f, 0.f, 0.f)};
+        s.points.resize(name == "one point" ? 1 : 2);
         s.truth.assign(s.points.size(), 0);
         return s;
     }
@@ -221,6 +273,8 @@ private slots:
     void kdTreeMatchesBruteForce_data();
     void kdTreeMatchesBruteForce();
     void leafPairsAreEachClosePairOnce();
+    void kdTreePartsSplitThePoints_data();
+    void kdTreePartsSplitThePoints();
     void dbscanMatchesReference_data();
     void dbscanMatchesReference();
     void dbscanFindsSeparatedBlobs();
@@ -318,6 +372,64 @@ void TstAlgoClusters::leafPairsAreEachClosePairOnce() {
     QVERIFY(seen == expected);
 }
 
+void TstAlgoClusters::kdTreePartsSplitThePoints_data() {
+    QTest::addColumn<QString>("scene");
+    QTest::addColumn<int>("levels");
+    QTest::newRow("whole tree") << "in noise" << 0;
+    QTest::newRow("halves") << "in noise" << 1;
+    QTest::newRow("quarters, ties on the middle") << "sheet on the middle" << 2;
+    QTest::newRow("down to leaves") << "separated" << 12;
+    QTest::newRow("one point") << "one point" << 3;
+    QTest::newRow("empty") << "empty" << 1;
+}
+
+void TstAlgoClusters::kdTreePartsSplitThePoints() {
+    QFETCH(QString, scene);
+    QFETCH(int, levels);
+    const Scene s = sceneByName(scene);
+    Algo_KdTree tree;
+    QVERIFY(tree.build(s.points));
+    const std::vector<Algo_KdTree::Part> parts = tree.parts(levels);
+    QVERIFY(parts.size() <= (size_t(1) << levels));
+    QCOMPARE(parts.empty(), s.points.empty());
+    size_t next = 0;  // disjoint runs of order(), in order, covering it
+    for (const auto& part : parts) {
+        QCOMPARE(part.begin, next);
+        QVERIFY(part.end > part.begin);
+        next = part.end;
+    }
+    QCOMPARE(next, s.points.size());
+
+    const float r2 = 0.35f * 0.35f;
+    const std::vector<int32_t>& order = tree.order();
+    std::vector<int> got;
+    std::vector<int32_t> left;
+    for (const auto& part : parts) {
+        // a Remaining over the part with every other point taken
+        Algo_KdTree::Remaining rest(tree, part);
+        for (size_t at = part.begin; at < part.end; at += 2) rest.take(at);
+        for (size_t q = 0; q < s.points.size(); q += 5) {
+            const pcVec3f& p = s.points[q];
+            std::vector<int> within;
+            std::vector<int32_t> untaken;
+            for (size_t at = part.begin; at < part.end; ++at) {
+                const float d = Algo_KdTree::dist2(p, s.points[size_t(order[at])]);
+                QVERIFY(tree.partDist2(part, p) <= d);
+                if (d > r2) continue;
+                within.push_back(order[at]);
+                if ((at - part.begin) % 2) untaken.push_back(int32_t(at));
+            }
+            tree.radius(p, r2, got, part);
+            std::sort(got.begin(), got.end());
+            std::sort(within.begin(), within.end());
+            QCOMPARE(got, within);
+            rest.radius(p, r2, left);
+            std::sort(left.begin(), left.end());
+            QCOMPARE(left, untaken);
+        }
+    }
+}
+
 void TstAlgoClusters::dbscanMatchesReference_data() {
     QTest::addColumn<QString>("scene");
     QTest::addColumn<double>("eps");
@@ -413,6 +525,15 @@ void TstAlgoClusters::euclideanMatchesReference_data() {
     QTest::newRow("lattice ties") << "lattice" << 0.1 << 2 << 10000000;
     QTest::newRow("nothing in range") << "separated" << 0.3 << 300 << 10000000;
     QTest::newRow("max below a blob") << "separated" << 0.3 << 1 << 100;
+    QTest::newRow("U and zigzag across the cuts") << "chains across the cuts" << 0.25 << 1 << 10000000;
+    QTest::newRow("grids meeting across the middle") << "meeting across the middle" << 0.31 << 1 << 10000000;
+    QTest::newRow("grids apart across the middle") << "meeting across the middle" << 0.29 << 1 << 10000000;
+    QTest::newRow("grid on the middle") << "sheet on the middle" << 0.25 << 1 << 10000000;
+    QTest::newRow("every point on one spot") << "one spot" << 0.0001 << 300 << 300;
+    QTest::newRow("two points, close") << "two points" << 0.31 << 1 << 2;
+    QTest::newRow("two points, apart") << "two points" << 0.29 << 1 << 2;
+    QTest::newRow("one point") << "one point" << 0.3 << 1 << 1;
+    QTest::newRow("empty") << "empty" << 0.3 << 1 << 1;
 }
 
 void TstAlgoClusters::euclideanMatchesReference() {
@@ -421,7 +542,7 @@ void TstAlgoClusters::euclideanMatchesReference() {
     QFETCH(int, minCluster);
     QFETCH(int, maxCluster);
     const Scene s = sceneByName(scene);
-    std::vector<int> labels;
+    std::vector<int> labels{4};
     QString error;
     QVERIFY2(Algo_EuclideanCluster::run(s.points, {tolerance, minCluster, maxCluster}, labels, nullptr, &error),
              qPrintable(error));
@@ -451,8 +572,7 @@ void TstAlgoClusters::fastEuclideanEqualsEuclidean() {
     QFETCH(QString, scene);
     QFETCH(double, tolerance);
     QFETCH(int, cap);
-    Scene s = sceneByName(scene);
-    if (scene == "one point") s.points.emplace_back(1.f, 2.f, 3.f);
+    const Scene s = sceneByName(scene);
     std::vector<int> exact, fast{5};
     QVERIFY(Algo_EuclideanCluster::run(s.points, {tolerance, 1, std::max(int(s.points.size()), 1)}, exact, nullptr,
                                        nullptr));
