@@ -825,35 +825,25 @@ void TstAlgoClusters::progressRunsToTheEnd() {
 
 void TstAlgoClusters::stopLeavesNothing_data() {
     QTest::addColumn<int>("stage");
-    QTest::addColumn<int>("quarters");  // of the polls a whole run makes
+    QTest::addColumn<int>("percent");  // progress reported when the stop comes
     for (int stage : {100, 101, 102, 103, 104})
-        for (int quarters : {0, 1, 2, 3})
-            QTest::newRow(qPrintable(QString("stage %1, stop at %2/4 of the run").arg(stage).arg(quarters)))
-                << stage << quarters;
+        for (int percent : {0, 25, 50, 75})
+            QTest::newRow(qPrintable(QString("stage %1, stop at %2 %").arg(stage).arg(percent))) << stage << percent;
 }
 
 void TstAlgoClusters::stopLeavesNothing() {
     QFETCH(int, stage);
-    QFETCH(int, quarters);
-    // threads share out the work by time, so the count varies a little from
-    // run to run: a quarter short of the end is safely inside the run
-    static std::map<int, int> wholeRun;
-    std::vector<int> labels;
-    if (!wholeRun.count(stage)) {
-        AlgoTestProgress whole;
-        QVERIFY(stageRun(stage)(stopScene().points, labels, &whole, nullptr));
-        wholeRun[stage] = whole.polls();
-    }
-    const int stopAfter = quarters * wholeRun[stage] / 4;
-    AlgoTestProgress stopping(stopAfter);
-    labels = {1, 2};
+    QFETCH(int, percent);
+    AlgoTestProgress stopping;
+    stopping.stopOnceProgressReaches(percent);
+    std::vector<int> labels{1, 2};
     QString error;
     QVERIFY(!stageRun(stage)(stopScene().points, labels, &stopping, &error));
     QCOMPARE(error, QString("cancelled"));
     QVERIFY(labels.empty());
     QVERIFY(stopping.wellFormed());
     // nothing is polled after the stop was seen
-    QCOMPARE(stopping.polls(), stopAfter + 1);
+    QCOMPARE(stopping.polls(), stopping.stopSeenAt());
 }
 
 QTEST_GUILESS_MAIN(TstAlgoClusters)

@@ -12,9 +12,15 @@ public:
     // stopAfterPolls < 0: never ask for a stop.
     explicit AlgoTestProgress(int stopAfterPolls = -1) : m_stopAfter(stopAfterPolls) {}
 
+    // Asks for a stop at the first poll once the reported progress reached
+    // value: unlike a poll count, this does not vary with thread timing.
+    void stopOnceProgressReaches(int value) { m_stopAtProgress = value; }
+
     bool isStopRequested() override {
         ++m_polls;
         if (m_stopAfter >= 0 && m_polls > m_stopAfter) m_stop = true;
+        if (m_stopAtProgress >= 0 && m_value >= m_stopAtProgress) m_stop = true;
+        if (m_stop && m_stopSeenAt < 0) m_stopSeenAt = m_polls;
         return m_stop;
     }
     void setProgress(int value) override {
@@ -27,11 +33,15 @@ public:
     QString progressText() override { return m_text; }
 
     int polls() const { return m_polls; }
+    // The poll that first answered yes; -1 when none did.
+    int stopSeenAt() const { return m_stopSeenAt; }
     // Progress only ever rose and stayed within 0..100.
     bool wellFormed() const { return m_wellFormed; }
 
 private:
     int m_stopAfter;
+    int m_stopAtProgress = -1;
+    int m_stopSeenAt = -1;
     int m_polls = 0;
     bool m_stop = false;
     int m_value = 0;
