@@ -63,10 +63,8 @@ private slots:
     void regionsAndCursors_data();
     void regionsAndCursors();
     void cursorFollowsTheEdges();
-    void dragStaysInsideParent_data();
-    void dragStaysInsideParent();
-    void resizeKeepsLimits_data();
-    void resizeKeepsLimits();
+    void dragMovesOrResizesWithinLimits_data();
+    void dragMovesOrResizesWithinLimits();
     void skinBackground_data();
     void skinBackground();
     void wheelAndKeysStayOnPanel();
@@ -118,9 +116,6 @@ void TestMovableSubWidget::cursorFollowsTheEdges()
     MovableSubWidget panel(&parent);
     panel.setGeometry(50, 50, 100, 80);
     parent.show();
-    QVERIFY(panel.hasMouseTracking());
-    QVERIFY(panel.windowFlags() & Qt::FramelessWindowHint);
-    QCOMPARE(panel.borderWidth(), 4);
     sendMouse(&panel, QEvent::MouseMove, QPoint(99, 40), Qt::NoButton, Qt::NoButton);
     QCOMPARE(panel.activeRegion(), 8);
     QCOMPARE(panel.cursor().shape(), Qt::SizeHorCursor);
@@ -128,65 +123,54 @@ void TestMovableSubWidget::cursorFollowsTheEdges()
     QCOMPARE(panel.cursor().shape(), Qt::ArrowCursor);
 }
 
-void TestMovableSubWidget::dragStaysInsideParent_data()
+void TestMovableSubWidget::dragMovesOrResizesWithinLimits_data()
 {
-    QTest::addColumn<QSize>("panelSize");
-    QTest::addColumn<QPoint>("by");
-    QTest::addColumn<QPoint>("expected");
-    // Parent 400 x 300; the panel starts at (50, 50).
-    QTest::newRow("free move") << QSize(100, 80) << QPoint(30, 20) << QPoint(80, 70);
-    QTest::newRow("past the left edge") << QSize(100, 80) << QPoint(-200, 10) << QPoint(0, 60);
-    QTest::newRow("past the top edge") << QSize(100, 80) << QPoint(10, -200) << QPoint(60, 0);
-    QTest::newRow("past the right edge") << QSize(100, 80) << QPoint(500, 0) << QPoint(300, 50);
-    QTest::newRow("past the bottom edge") << QSize(100, 80) << QPoint(0, 500) << QPoint(50, 220);
-    QTest::newRow("wider than the parent") << QSize(500, 80) << QPoint(-20, 0) << QPoint(-100, 50);
-    QTest::newRow("taller than the parent") << QSize(100, 400) << QPoint(0, 30) << QPoint(50, -100);
-}
-
-void TestMovableSubWidget::dragStaysInsideParent()
-{
-    QFETCH(QSize, panelSize);
-    QFETCH(QPoint, by);
-    QFETCH(QPoint, expected);
-    QWidget parent;
-    parent.resize(400, 300);
-    MovableSubWidget panel(&parent);
-    panel.setGeometry(QRect(QPoint(50, 50), panelSize));
-    parent.show();
-    drag(&panel, QPoint(20, 20), by);
-    QCOMPARE(panel.pos(), expected);
-    QCOMPARE(panel.size(), panelSize);
-}
-
-void TestMovableSubWidget::resizeKeepsLimits_data()
-{
+    QTest::addColumn<QRect>("start");
     QTest::addColumn<QPoint>("grab");
     QTest::addColumn<QPoint>("by");
     QTest::addColumn<QRect>("expected");
-    // The panel at (100, 100), 100 x 80; minimum 60 x 50, maximum 160 x 120.
-    QTest::newRow("right edge out") << QPoint(99, 40) << QPoint(30, 0) << QRect(100, 100, 130, 80);
-    QTest::newRow("right edge past the maximum") << QPoint(99, 40) << QPoint(200, 0) << QRect(100, 100, 160, 80);
-    QTest::newRow("left edge in") << QPoint(1, 40) << QPoint(20, 0) << QRect(120, 100, 80, 80);
-    QTest::newRow("left edge past the minimum") << QPoint(1, 40) << QPoint(90, 0) << QRect(140, 100, 60, 80);
-    QTest::newRow("left edge past the maximum") << QPoint(1, 40) << QPoint(-90, 0) << QRect(40, 100, 160, 80);
-    QTest::newRow("top edge up") << QPoint(50, 1) << QPoint(0, -30) << QRect(100, 70, 100, 110);
-    QTest::newRow("top edge past the minimum") << QPoint(50, 1) << QPoint(0, 60) << QRect(100, 130, 100, 50);
-    QTest::newRow("bottom edge past the maximum") << QPoint(50, 79) << QPoint(0, 90) << QRect(100, 100, 100, 120);
-    QTest::newRow("bottom-right corner") << QPoint(98, 78) << QPoint(-70, -50) << QRect(100, 100, 60, 50);
-    QTest::newRow("top-left corner") << QPoint(1, 1) << QPoint(-10, -15) << QRect(90, 85, 110, 95);
+    // Parent 400 x 300. A grab inside moves the panel, kept inside the parent.
+    const QRect panel(50, 50, 100, 80);
+    const QPoint inside(20, 20);
+    QTest::newRow("free move") << panel << inside << QPoint(30, 20) << QRect(80, 70, 100, 80);
+    QTest::newRow("past the left edge") << panel << inside << QPoint(-200, 10) << QRect(0, 60, 100, 80);
+    QTest::newRow("past the top edge") << panel << inside << QPoint(10, -200) << QRect(60, 0, 100, 80);
+    QTest::newRow("past the right edge") << panel << inside << QPoint(500, 0) << QRect(300, 50, 100, 80);
+    QTest::newRow("past the bottom edge") << panel << inside << QPoint(0, 500) << QRect(50, 220, 100, 80);
+    QTest::newRow("wider than the parent")
+        << QRect(50, 50, 500, 80) << inside << QPoint(-20, 0) << QRect(-100, 50, 500, 80);
+    QTest::newRow("taller than the parent")
+        << QRect(50, 50, 100, 400) << inside << QPoint(0, 30) << QRect(50, -100, 100, 400);
+    // A grab on a band resizes it between 60 x 50 and 160 x 120.
+    const QRect sized(100, 100, 100, 80);
+    QTest::newRow("right edge out") << sized << QPoint(99, 40) << QPoint(30, 0) << QRect(100, 100, 130, 80);
+    QTest::newRow("right edge past the maximum")
+        << sized << QPoint(99, 40) << QPoint(200, 0) << QRect(100, 100, 160, 80);
+    QTest::newRow("left edge in") << sized << QPoint(1, 40) << QPoint(20, 0) << QRect(120, 100, 80, 80);
+    QTest::newRow("left edge past the minimum") << sized << QPoint(1, 40) << QPoint(90, 0) << QRect(140, 100, 60, 80);
+    QTest::newRow("left edge past the maximum")
+        << sized << QPoint(1, 40) << QPoint(-90, 0) << QRect(40, 100, 160, 80);
+    QTest::newRow("top edge up") << sized << QPoint(50, 1) << QPoint(0, -30) << QRect(100, 70, 100, 110);
+    QTest::newRow("top edge past the minimum") << sized << QPoint(50, 1) << QPoint(0, 60) << QRect(100, 130, 100, 50);
+    QTest::newRow("bottom edge past the maximum")
+        << sized << QPoint(50, 79) << QPoint(0, 90) << QRect(100, 100, 100, 120);
+    QTest::newRow("bottom-right corner") << sized << QPoint(98, 78) << QPoint(-70, -50) << QRect(100, 100, 60, 50);
+    QTest::newRow("top-left corner") << sized << QPoint(1, 1) << QPoint(-10, -15) << QRect(90, 85, 110, 95);
 }
 
-void TestMovableSubWidget::resizeKeepsLimits()
+void TestMovableSubWidget::dragMovesOrResizesWithinLimits()
 {
+    QFETCH(QRect, start);
     QFETCH(QPoint, grab);
     QFETCH(QPoint, by);
     QFETCH(QRect, expected);
     QWidget parent;
-    parent.resize(600, 500);
+    parent.resize(400, 300);
     MovableSubWidget panel(&parent);
-    panel.setGeometry(100, 100, 100, 80);
+    panel.setGeometry(start);
+    // Panels larger than the resize limit keep their own size as the limit.
     panel.setMinimumSize(60, 50);
-    panel.setMaximumSize(160, 120);
+    panel.setMaximumSize(start.size().expandedTo(QSize(160, 120)));
     parent.show();
     drag(&panel, grab, by);
     QCOMPARE(panel.geometry(), expected);
