@@ -48,6 +48,12 @@ private:
     bool m_consume;
 };
 
+// One 10 x 10 dataset "a" with a mesh "m", shown.
+bool showWithMesh(ShownProject& shown)
+{
+    return shown.make({{"a", 10}}) && shown.project.addPointCopy("a", "mesh", "m") && shown.show();
+}
+
 void sendMouse(QWidget* w, QEvent::Type type, const QPoint& at, Qt::MouseButton button, Qt::MouseButtons buttons)
 {
     QMouseEvent event(type, QPointF(at), QPointF(w->mapToGlobal(at)), button, buttons, Qt::NoModifier);
@@ -142,20 +148,17 @@ void TestPtCloudScene::contentOfAnotherDataSetChangesNothing()
     PtCloudWidget& view = *shown.view;
     PtCloudScene* scene = view.ptCloudScene();
     QCOMPARE(scene->currentDataSetName(), QString("a"));
-    QVERIFY(project.addPointCopy("b", "mesh", "m"));
-    QVERIFY(project.addPointCopy("b", "split", "s"));
-    QVERIFY(project.addPointCopy("b", "cut", "c"));
+    for (const char* kind : {"mesh", "split", "cut"}) QVERIFY(project.addPointCopy("b", kind, kind));
     QVERIFY(project.dataSet("b")->addContent_EarthVolume());
     QCOMPARE(sceneItems(view), 1u);
-    for (auto kind : {PtCloudScene::Content_Mesh, PtCloudScene::Content_Split, PtCloudScene::Content_Cut})
-        QVERIFY(!scene->hasContentItem(kind, kind == PtCloudScene::Content_Mesh ? "m" : kind == PtCloudScene::Content_Split ? "s" : "c"));
     // The same contents on the shown dataset do appear.
-    QVERIFY(project.addPointCopy("a", "mesh", "m"));
-    QVERIFY(project.addPointCopy("a", "split", "s"));
-    QVERIFY(project.addPointCopy("a", "cut", "c"));
-    QVERIFY(scene->hasContentItem(PtCloudScene::Content_Mesh, "m"));
-    QVERIFY(scene->hasContentItem(PtCloudScene::Content_Split, "s"));
-    QVERIFY(scene->hasContentItem(PtCloudScene::Content_Cut, "c"));
+    const std::pair<const char*, PtCloudScene::EContentKind> kinds[] = {
+        {"mesh", PtCloudScene::Content_Mesh}, {"split", PtCloudScene::Content_Split}, {"cut", PtCloudScene::Content_Cut}};
+    for (const auto& kind : kinds) {
+        QVERIFY(!scene->hasContentItem(kind.second, kind.first));
+        QVERIFY(project.addPointCopy("a", kind.first, kind.first));
+        QVERIFY(scene->hasContentItem(kind.second, kind.first));
+    }
     QCOMPARE(sceneItems(view), 4u);
 }
 
@@ -223,16 +226,15 @@ void TestPtCloudScene::showingTheShownDataSetDoesNothing()
 
 void TestPtCloudScene::demRemovalsLookAtTheDemMesh_data()
 {
-    QTest::addColumn<bool>("meshFirst");
-    QTest::addColumn<bool>("contourStays");
-    QTest::newRow("while the DEM mesh is shown") << false << false;
-    QTest::newRow("after the DEM mesh went") << true << true;
+    QTest::addColumn<QString>("removal");
+    QTest::newRow("contour and classify while the DEM mesh is shown") << "parts";
+    QTest::newRow("contour and classify after the DEM mesh went") << "mesh first";
+    QTest::newRow("the whole DEM at once") << "all";
 }
 
 void TestPtCloudScene::demRemovalsLookAtTheDemMesh()
 {
-    QFETCH(bool, meshFirst);
-    QFETCH(bool, contourStays);
+    QFETCH(QString, removal);
     ShownProject shown;
     QVERIFY(shown.make({{"a", 10}}));
     TestProject& project = shown.project;
@@ -246,32 +248,27 @@ void TestPtCloudScene::demRemovalsLookAtTheDemMesh()
     QVERIFY(scene->hasContentItem(PtCloudScene::Content_DemContour));
     QVERIFY(scene->hasContentItem(PtCloudScene::Content_DemClassify));
     QCOMPARE(sceneItems(view), 4u);
+    if (removal == "all") {
+        // In the order that takes every item down.
+        ds->removeContent_AllDem();
+        QCOMPARE(sceneItems(view), 1u);
+        return;
+    }
+    const bool meshFirst = removal == "mesh first";
     if (meshFirst) QVERIFY(ds->removeContent_Dem_Mesh());
     QVERIFY(ds->removeContent_Dem_Contour());
     QVERIFY(ds->removeContent_Dem_Classify());
-    QCOMPARE(scene->hasContentItem(PtCloudScene::Content_DemContour), contourStays);
-    QCOMPARE(scene->hasContentItem(PtCloudScene::Content_DemClassify), contourStays);
+    // Without the DEM mesh item the removals are not followed.
+    QCOMPARE(scene->hasContentItem(PtCloudScene::Content_DemContour), meshFirst);
+    QCOMPARE(scene->hasContentItem(PtCloudScene::Content_DemClassify), meshFirst);
     QCOMPARE(scene->hasContentItem(PtCloudScene::Content_DemMesh), !meshFirst);
-    // The whole DEM at once goes in the order that takes every item down.
-    TestProject again;
-    QVERIFY(again.open());
-    QVERIFY(again.addGridDataSet("a", 10, pcVec3d(0, 0, 0)));
-    QVERIFY(again.writeDemFiles("a"));
-    PtCloudDataSet* other = again.dataSet("a");
-    QVERIFY(other->setContent_Dem_Mesh() && other->setContent_Dem_Contour() && other->setContent_Dem_Classify());
-    view.onSceneOpened(again.scene());
-    QCOMPARE(sceneItems(view), 4u);
-    other->removeContent_AllDem();
-    QCOMPARE(sceneItems(view), 1u);
 }
 
 void TestPtCloudScene::renamedShownDataSetKeepsItsItems()
 {
     ShownProject shown;
-    QVERIFY(shown.make({{"a", 10}}));
+    QVERIFY(showWithMesh(shown));
     TestProject& project = shown.project;
-    QVERIFY(project.addPointCopy("a", "mesh", "m"));
-    QVERIFY(shown.show());
     PtCloudWidget& view = *shown.view;
     PtCloudScene* scene = view.ptCloudScene();
     const OsgGraphItem_PcDataSet* points = scene->pointsItem();
@@ -339,13 +336,15 @@ void TestPtCloudScene::windowCommandsNeedAScene()
     const auto shown = ShownView::create();
     QVERIFY(shown);
     PtCloudWidget& view = *shown;
+    const auto runAll = [&view] {
+        for (auto command : {&PtCloudWidget::doCmd_ShowWindow_DataSet_Create, &PtCloudWidget::doCmd_ShowWindow_DataSet_Copy,
+                             &PtCloudWidget::doCmd_ShowWindow_DataSet_Merge, &PtCloudWidget::doCmd_ShowWindow_FileManage,
+                             &PtCloudWidget::doCmd_ShowWindow_DataSet_Focuse})
+            (view.*command)();
+    };
     ModalAnswerer answerer;
     answerer.setDialogHandler([](QDialog* d) { d->reject(); });
-    view.doCmd_ShowWindow_DataSet_Create();
-    view.doCmd_ShowWindow_DataSet_Copy();
-    view.doCmd_ShowWindow_DataSet_Merge();
-    view.doCmd_ShowWindow_FileManage();
-    view.doCmd_ShowWindow_DataSet_Focuse();
+    runAll();
     QCOMPARE(answerer.otherDialogs, 0);
     QVERIFY(answerer.boxes.isEmpty());
 
@@ -357,11 +356,7 @@ void TestPtCloudScene::windowCommandsNeedAScene()
         opened << d->objectName() + "|" + d->windowTitle();
         d->reject();
     });
-    view.doCmd_ShowWindow_DataSet_Create();
-    view.doCmd_ShowWindow_DataSet_Copy();
-    view.doCmd_ShowWindow_DataSet_Merge();
-    view.doCmd_ShowWindow_FileManage();
-    view.doCmd_ShowWindow_DataSet_Focuse();
+    runAll();
     QCOMPARE(opened, QStringList({"create_dataset_dlg|Create New DataSet", "|Copy DataSet", "|Merge DataSets",
                                   "las_files_dialog|Las Files", "|Select DataSet"}));
 }
@@ -444,10 +439,7 @@ void TestPtCloudScene::pressGoesToTheOpenToolFirst()
 void TestPtCloudScene::closeTakesEverythingDown()
 {
     ShownProject shown;
-    QVERIFY(shown.make({{"a", 10}}));
-    TestProject& project = shown.project;
-    QVERIFY(project.addPointCopy("a", "mesh", "m"));
-    QVERIFY(shown.show());
+    QVERIFY(showWithMesh(shown));
     PtCloudWidget& view = *shown.view;
     QPointer<DataSetViewer> viewer = view.ptCloudScene()->dataSetViewer();
     QCOMPARE(sceneItems(view), 2u);
