@@ -124,7 +124,29 @@ Scene vehicleScan(const std::vector<QVector3D>& boxes)
     return s;
 }
 
+enum Filter { Cloth, Patchwork };
+
+bool runFilter(Filter filter, const std::vector<pcVec3f>& points, std::vector<int>* labels,
+               PtCloud_SimpleProgress* progress, QString* error)
+{
+    return filter == Cloth ? Algo_ClothFilter::run(points, Algo_ClothFilter::Params(), labels, progress, error)
+                           : Algo_PatchworkGround::run(points, Algo_PatchworkGround::Params(), labels, progress, error);
+}
+
+Algo_ClothFilter::Params clothParamsWith(const QString& field, double value)
+{
+    Algo_ClothFilter::Params p;
+    if (field == "rigidness") p.rigidness = int(value);
+    if (field == "timeStep") p.timeStep = value;
+    if (field == "iterations") p.iterations = int(value);
+    if (field == "classThreshold") p.classThreshold = value;
+    if (field == "clothResolution") p.clothResolution = value;
+    return p;
+}
+
 }  // namespace
+
+Q_DECLARE_METATYPE(Filter)
 
 class TstAlgoGround : public QObject {
     Q_OBJECT
@@ -134,21 +156,19 @@ private slots:
     void clothScenes();
     void clothIsprs_data();
     void clothIsprs();
-    void clothEdgeParams_data();
-    void clothEdgeParams();
-    void clothRejectsBadParams_data();
-    void clothRejectsBadParams();
-    void clothSmallInputs();
-    void clothStops_data();
-    void clothStops();
+    void clothParams_data();
+    void clothParams();
     void clothDeterministic();
     void clothSpacingDefaults();
+    void smallInputs_data();
+    void smallInputs();
+    void stops_data();
+    void stops();
     void patchworkScenes_data();
     void patchworkScenes();
     void patchworkIsprs_data();
     void patchworkIsprs();
-    void patchworkEdges();
-    void patchworkStops();
+    void patchworkRejectsBadParams();
 };
 
 void TstAlgoGround::clothScenes_data()
@@ -224,49 +244,22 @@ void TstAlgoGround::clothIsprs()
     QVERIFY(e.total <= publishedTotal + 3.0);
 }
 
-void TstAlgoGround::clothEdgeParams_data()
+// Each limit is accepted at its edge and refused just past it, with a reason
+// and the labels left as they were.
+void TstAlgoGround::clothParams_data()
 {
     QTest::addColumn<QString>("field");
     QTest::addColumn<double>("value");
-    QTest::newRow("rigidness 1") << "rigidness" << 1.0;
-    QTest::newRow("rigidness 100") << "rigidness" << 100.0;
-    QTest::newRow("time step 0.01") << "timeStep" << 0.01;
-    QTest::newRow("time step 100") << "timeStep" << 100.0;
-    QTest::newRow("iterations 5") << "iterations" << 5.0;
-    QTest::newRow("iterations 10000") << "iterations" << 10000.0;
-    QTest::newRow("threshold 0.0001") << "classThreshold" << 0.0001;
-    QTest::newRow("threshold 10000") << "classThreshold" << 10000.0;
-    QTest::newRow("resolution 100") << "clothResolution" << 100.0;
-}
-
-void TstAlgoGround::clothEdgeParams()
-{
-    QFETCH(QString, field);
-    QFETCH(double, value);
-    const Scene scene = terrainWithBoxes(60.f, 1.f, 0.f, {{30, 30, 10, 5}});
-    Algo_ClothFilter::Params p;
-    if (field == "rigidness") p.rigidness = int(value);
-    if (field == "timeStep") p.timeStep = value;
-    if (field == "iterations") p.iterations = int(value);
-    if (field == "classThreshold") p.classThreshold = value;
-    if (field == "clothResolution") p.clothResolution = value;
-    std::vector<int> labels;
-    QString error;
-    QVERIFY2(Algo_ClothFilter::run(scene.points, p, &labels, nullptr, &error), qPrintable(error));
-    QCOMPARE(labels.size(), scene.points.size());
-    size_t ground = 0;
-    for (int l : labels) {
-        QVERIFY(l == 1 || l == 2);
-        ground += l == kGround;
-    }
-    if (field == "classThreshold" && value > 100) QCOMPARE(ground, labels.size());
-}
-
-void TstAlgoGround::clothRejectsBadParams_data()
-{
-    QTest::addColumn<QString>("field");
-    QTest::addColumn<double>("value");
-    QTest::addColumn<QString>("reason");
+    QTest::addColumn<QString>("reason");  // empty: accepted
+    QTest::newRow("rigidness 1") << "rigidness" << 1.0 << QString();
+    QTest::newRow("rigidness 100") << "rigidness" << 100.0 << QString();
+    QTest::newRow("time step 0.01") << "timeStep" << 0.01 << QString();
+    QTest::newRow("time step 100") << "timeStep" << 100.0 << QString();
+    QTest::newRow("iterations 5") << "iterations" << 5.0 << QString();
+    QTest::newRow("iterations 10000") << "iterations" << 10000.0 << QString();
+    QTest::newRow("threshold 0.0001") << "classThreshold" << 0.0001 << QString();
+    QTest::newRow("threshold 10000: all ground") << "classThreshold" << 10000.0 << QString();
+    QTest::newRow("resolution 100") << "clothResolution" << 100.0 << QString();
     QTest::newRow("resolution too fine") << "clothResolution" << 0.0001 << "too fine";
     QTest::newRow("resolution 0") << "clothResolution" << 0.0 << "cloth resolution";
     QTest::newRow("threshold 0") << "classThreshold" << 0.0 << "class threshold";
@@ -275,63 +268,29 @@ void TstAlgoGround::clothRejectsBadParams_data()
     QTest::newRow("time step negative") << "timeStep" << -1.0 << "time step";
 }
 
-void TstAlgoGround::clothRejectsBadParams()
+void TstAlgoGround::clothParams()
 {
     QFETCH(QString, field);
     QFETCH(double, value);
     QFETCH(QString, reason);
-    const Scene scene = terrainWithBoxes(60.f, 1.f, 0.f, {});
-    Algo_ClothFilter::Params p;
-    if (field == "rigidness") p.rigidness = int(value);
-    if (field == "timeStep") p.timeStep = value;
-    if (field == "iterations") p.iterations = int(value);
-    if (field == "classThreshold") p.classThreshold = value;
-    if (field == "clothResolution") p.clothResolution = value;
+    const Scene scene = terrainWithBoxes(60.f, 1.f, 0.f, {{30, 30, 10, 5}});
     std::vector<int> labels{7, 7};
     QString error;
-    QVERIFY(!Algo_ClothFilter::run(scene.points, p, &labels, nullptr, &error));
-    QVERIFY2(error.contains(reason), qPrintable(error));
-    QCOMPARE(labels, (std::vector<int>{7, 7}));
-}
-
-void TstAlgoGround::clothSmallInputs()
-{
-    std::vector<int> labels{5};
-    QString error;
-    QVERIFY(Algo_ClothFilter::run({}, Algo_ClothFilter::Params(), &labels, nullptr, &error));
-    QVERIFY(labels.empty());
-    QVERIFY(Algo_ClothFilter::run({pcVec3f(3, 4, 5)}, Algo_ClothFilter::Params(), &labels, nullptr, &error));
-    QCOMPARE(labels, std::vector<int>{kGround});
-    // a lone deep echo does not hold the cloth up: the ground around it stays ground
-    Scene scene = terrainWithBoxes(40.f, 1.f, 0.f, {});
-    scene.add(20.3f, 20.3f, -30.f, false);
-    QVERIFY(Algo_ClothFilter::run(scene.points, Algo_ClothFilter::Params(), &labels, nullptr, &error));
-    const Errors e = errorsOf(scene, labels);
-    QCOMPARE(e.typeI, 0.0);
-    QCOMPARE(e.typeII, 0.0);
-}
-
-void TstAlgoGround::clothStops_data()
-{
-    QTest::addColumn<int>("polls");
-    QTest::newRow("at once") << 0;
-    QTest::newRow("while simulating") << 20;
-    QTest::newRow("late in the simulation") << 60;
-}
-
-void TstAlgoGround::clothStops()
-{
-    QFETCH(int, polls);
-    const Scene scene = terrainWithBoxes(80.f, 1.f, 0.f, {{40, 40, 30, 10}});
-    Algo_ClothFilter::Params p;
-    p.iterations = 10000;
-    PtCloud_SimpleProgress progress;
-    progress.stopAfterPolls(polls);
-    std::vector<int> labels{9};
-    QString error;
-    QVERIFY(!Algo_ClothFilter::run(scene.points, p, &labels, &progress, &error));
-    QCOMPARE(error, QStringLiteral("cancelled"));
-    QCOMPARE(labels, std::vector<int>{9});
+    const bool ok = Algo_ClothFilter::run(scene.points, clothParamsWith(field, value), &labels, nullptr, &error);
+    if (!reason.isEmpty()) {
+        QVERIFY(!ok);
+        QVERIFY2(error.contains(reason), qPrintable(error));
+        QCOMPARE(labels, (std::vector<int>{7, 7}));
+        return;
+    }
+    QVERIFY2(ok, qPrintable(error));
+    QCOMPARE(labels.size(), scene.points.size());
+    size_t ground = 0;
+    for (int l : labels) {
+        QVERIFY(l == 1 || l == 2);
+        ground += l == kGround;
+    }
+    if (field == "classThreshold" && value > 100) QCOMPARE(ground, labels.size());
 }
 
 void TstAlgoGround::clothDeterministic()
@@ -354,6 +313,67 @@ void TstAlgoGround::clothSpacingDefaults()
     QCOMPARE(sparse.clothResolution, 1.5);
     QCOMPARE(sparse.timeStep, 0.65 * 3);
     QCOMPARE(Algo_ClothFilter::Params::forSpacing(40.0).clothResolution, 5.0);
+}
+
+void TstAlgoGround::smallInputs_data()
+{
+    QTest::addColumn<Filter>("filter");
+    QTest::addColumn<int>("loneLabel");
+    QTest::addColumn<float>("extent");
+    QTest::addColumn<float>("echoDepth");
+    // the cloth calls a lone point ground; one point is too few for a plane
+    QTest::newRow("cloth") << Cloth << kGround << 40.f << -30.f;
+    QTest::newRow("patchwork") << Patchwork << 1 << 100.f << -12.f;
+}
+
+void TstAlgoGround::smallInputs()
+{
+    QFETCH(Filter, filter);
+    QFETCH(int, loneLabel);
+    QFETCH(float, extent);
+    QFETCH(float, echoDepth);
+    std::vector<int> labels{5};
+    QString error;
+    QVERIFY(runFilter(filter, {}, &labels, nullptr, &error));
+    QVERIFY(labels.empty());
+    QVERIFY(runFilter(filter, {pcVec3f(3, 4, 5)}, &labels, nullptr, &error));
+    QCOMPARE(labels, std::vector<int>{loneLabel});
+    // a lone deep echo under flat ground is noise: it neither holds the cloth
+    // up nor tilts the plane, so the ground around it stays ground
+    Scene scene = terrainWithBoxes(extent, 1.f, 0.f, {});
+    scene.add(extent / 2 + 0.3f, extent / 2 + 0.3f, echoDepth, false);
+    QVERIFY(runFilter(filter, scene.points, &labels, nullptr, &error));
+    const Errors e = errorsOf(scene, labels);
+    QCOMPARE(e.typeI, 0.0);
+    QCOMPARE(e.typeII, 0.0);
+}
+
+void TstAlgoGround::stops_data()
+{
+    QTest::addColumn<Filter>("filter");
+    QTest::addColumn<int>("polls");
+    QTest::newRow("cloth at once") << Cloth << 0;
+    QTest::newRow("cloth while simulating") << Cloth << 20;
+    QTest::newRow("cloth late in the simulation") << Cloth << 60;
+    for (int polls : {0, 1, 2}) QTest::addRow("patchwork after %d polls", polls) << Patchwork << polls;
+}
+
+void TstAlgoGround::stops()
+{
+    QFETCH(Filter, filter);
+    QFETCH(int, polls);
+    const Scene scene = filter == Cloth ? terrainWithBoxes(80.f, 1.f, 0.f, {{40, 40, 30, 10}})
+                                        : terrainWithBoxes(200.f, 0.5f, 0.f, {{100, 100, 30, 10}});
+    PtCloud_SimpleProgress progress;
+    progress.stopAfterPolls(polls);
+    std::vector<int> labels{9};
+    QString error;
+    const bool ok = filter == Cloth ? Algo_ClothFilter::run(scene.points, clothParamsWith("iterations", 10000), &labels,
+                                                            &progress, &error)
+                                    : runFilter(filter, scene.points, &labels, &progress, &error);
+    QVERIFY(!ok);
+    QCOMPARE(error, QStringLiteral("cancelled"));
+    QCOMPARE(labels, std::vector<int>{9});
 }
 
 void TstAlgoGround::patchworkScenes_data()
@@ -382,8 +402,7 @@ void TstAlgoGround::patchworkScenes()
     std::vector<int> labels;
     QString error;
     PtCloud_SimpleProgress progress;
-    QVERIFY2(Algo_PatchworkGround::run(scene.points, Algo_PatchworkGround::Params(), &labels, &progress, &error),
-             qPrintable(error));
+    QVERIFY2(runFilter(Patchwork, scene.points, &labels, &progress, &error), qPrintable(error));
     QCOMPARE(progress.progress(), 100);
     const Errors e = errorsOf(scene, labels);
     QVERIFY2(e.typeI <= maxTypeI && e.typeII <= maxTypeII,
@@ -407,24 +426,18 @@ void TstAlgoGround::patchworkIsprs()
     if (!loadIsprs(file, &scene)) QSKIP(qPrintable("ISPRS sample not found in the shared data folder: " + file));
     std::vector<int> labels;
     QString error;
-    QVERIFY(Algo_PatchworkGround::run(scene.points, Algo_PatchworkGround::Params(), &labels, nullptr, &error));
+    QVERIFY(runFilter(Patchwork, scene.points, &labels, nullptr, &error));
     const Errors e = errorsOf(scene, labels);
     qInfo("%s: type I %.2f %%, type II %.2f %%, total %.2f %%", qPrintable(file), e.typeI, e.typeII, e.total);
     QVERIFY(e.total < 30.0);
 }
 
-void TstAlgoGround::patchworkEdges()
+void TstAlgoGround::patchworkRejectsBadParams()
 {
     std::vector<int> labels{4};
     QString error;
-    QVERIFY(Algo_PatchworkGround::run({}, Algo_PatchworkGround::Params(), &labels, nullptr, &error));
-    QVERIFY(labels.empty());
-    // too few points for any plane: nothing is called ground
-    QVERIFY(Algo_PatchworkGround::run({pcVec3f(1, 2, 3)}, Algo_PatchworkGround::Params(), &labels, nullptr, &error));
-    QCOMPARE(labels, std::vector<int>{1});
     Algo_PatchworkGround::Params bad;
     bad.distanceThreshold = -1;
-    labels = {4};
     QVERIFY(!Algo_PatchworkGround::run({pcVec3f(1, 2, 3)}, bad, &labels, nullptr, &error));
     QVERIFY(error.contains("distance threshold"));
     QCOMPARE(labels, std::vector<int>{4});
@@ -433,27 +446,6 @@ void TstAlgoGround::patchworkEdges()
     bad.minRange = 90;
     QVERIFY(!Algo_PatchworkGround::run({pcVec3f(1, 2, 3)}, bad, &labels, nullptr, &error));
     QVERIFY(error.contains("ranges"));
-    // a deep echo under flat ground is noise, and does not tilt the ground
-    Scene scene = terrainWithBoxes(100.f, 1.f, 0.f, {});
-    scene.add(50.2f, 50.2f, -12.f, false);
-    QVERIFY(Algo_PatchworkGround::run(scene.points, Algo_PatchworkGround::Params(), &labels, nullptr, &error));
-    const Errors e = errorsOf(scene, labels);
-    QCOMPARE(e.typeI, 0.0);
-    QCOMPARE(e.typeII, 0.0);
-}
-
-void TstAlgoGround::patchworkStops()
-{
-    const Scene scene = terrainWithBoxes(200.f, 0.5f, 0.f, {{100, 100, 30, 10}});
-    for (int polls : {0, 1, 2}) {
-        PtCloud_SimpleProgress progress;
-        progress.stopAfterPolls(polls);
-        std::vector<int> labels{3};
-        QString error;
-        QVERIFY(!Algo_PatchworkGround::run(scene.points, Algo_PatchworkGround::Params(), &labels, &progress, &error));
-        QCOMPARE(error, QStringLiteral("cancelled"));
-        QCOMPARE(labels, std::vector<int>{3});
-    }
 }
 
 QTEST_GUILESS_MAIN(TstAlgoGround)
