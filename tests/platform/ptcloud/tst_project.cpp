@@ -59,6 +59,19 @@ bool needData()
 {
     return QFileInfo::exists(dataFile("simple.las"));
 }
+
+// Opens (or creates) the project in folder, imports simple.las and, when a
+// name is given, makes a dataset of its locations; returns the controller.
+PtCloud_Controller* openWithDataSet(PtCloud_Project* project, const QString& folder, const QString& dataSet,
+                                    QString* key)
+{
+    QString err;
+    if (!project->open(folder, &err)) return nullptr;
+    PtCloud_Controller* c = project->getController();
+    if (c->doCmd_LasFile_Import({dataFile("simple.las")}, key) != PCAR_Success) return nullptr;
+    if (!dataSet.isEmpty() && c->doCmd_DataSet_Make({{*key}, {DSC_Location}, dataSet}) != PCAR_Success) return nullptr;
+    return c;
+}
 }  // namespace
 
 class TestProject : public QObject {
@@ -145,20 +158,17 @@ void TestProject::contentsSurviveReopen()
     {
         PtCloud_Project project;
         QString err, key;
-        QVERIFY(project.open(folder, &err));
-        PtCloud_Controller* c = project.getController();
-        QCOMPARE(c->doCmd_LasFile_Import({dataFile("simple.las")}, &key), PCAR_Success);
-        QCOMPARE(c->doCmd_DataSet_Make({{key}, {DSC_Location}, "ds"}), PCAR_Success);
+        PtCloud_Controller* c = openWithDataSet(&project, folder, "ds", &key);
+        QVERIFY(c);
         PtCloudDataSet* ds = c->getDataSet("ds");
         PtCloud_DataSetFile* mesh = ds->createEmptyLocatedContent_Mesh("roof mesh");
-        QVERIFY(writeBlockFile(mesh->getFilepath(), DST_Mesh, 10, true));
-        QVERIFY(ds->addContent_Mesh("roof mesh", mesh));
         PtCloud_DataSetFile* split = ds->createEmptyLocatedContent_Split("clusters");
-        QVERIFY(writeBlockFile(split->getFilepath(), DST_Split, 5, false));
-        QVERIFY(ds->addContent_Split("clusters", split));
         PtCloud_DataSetFile* cut = ds->createEmptyLocatedContent_Cut("piece");
+        QVERIFY(writeBlockFile(mesh->getFilepath(), DST_Mesh, 10, true));
+        QVERIFY(writeBlockFile(split->getFilepath(), DST_Split, 5, false));
         QVERIFY(writeBlockFile(cut->getFilepath(), DST_Points, 4, false));
-        QVERIFY(ds->addContent_Cut("piece", cut));
+        QVERIFY(ds->addContent_Mesh("roof mesh", mesh) && ds->addContent_Split("clusters", split) &&
+                ds->addContent_Cut("piece", cut));
         QDir().mkpath(QFileInfo(ds->getFilePath_Dem_Mesh()).absolutePath());
         QVERIFY(writeBlockFile(ds->getFilePath_Dem_Mesh(), DST_Mesh, 6, true));
         QVERIFY(ds->setContent_Dem_Mesh());
@@ -276,15 +286,8 @@ void TestProject::dataSetNameRule_data()
     QTest::newRow("plain") << "survey 2" << true;
     QTest::newRow("spaces only") << "   " << false;
     QTest::newRow("empty") << "" << false;
-    QTest::newRow("slash") << "a/b" << false;
-    QTest::newRow("backslash") << "a\\b" << false;
-    QTest::newRow("colon") << "a:b" << false;
-    QTest::newRow("star") << "a*" << false;
-    QTest::newRow("question") << "a?" << false;
-    QTest::newRow("quote") << "a\"" << false;
-    QTest::newRow("less") << "a<" << false;
-    QTest::newRow("greater") << "a>" << false;
-    QTest::newRow("pipe") << "a|b" << false;
+    for (const char* c : {"/", "\\", ":", "*", "?", "\"", "<", ">", "|"})
+        QTest::addRow("forbidden %s", c) << QStringLiteral("a%1b").arg(QLatin1String(c)) << false;
     QTest::newRow("existing other case") << "EXISTING" << false;
     QTest::newRow("existing padded") << "  existing " << false;
 }
@@ -296,11 +299,9 @@ void TestProject::dataSetNameRule()
     QFETCH(bool, valid);
     QTemporaryDir dir;
     PtCloud_Project project;
-    QString err, key;
-    QVERIFY(project.open(dir.filePath("p"), &err));
-    PtCloud_Controller* c = project.getController();
-    QCOMPARE(c->doCmd_LasFile_Import({dataFile("simple.las")}, &key), PCAR_Success);
-    QCOMPARE(c->doCmd_DataSet_Make({{key}, {DSC_Location}, "existing"}), PCAR_Success);
+    QString key;
+    PtCloud_Controller* c = openWithDataSet(&project, dir.filePath("p"), "existing", &key);
+    QVERIFY(c);
     QCOMPARE(c->isValidNewDataSetName(name), valid);
     QCOMPARE(c->doCmd_DataSet_Make({{key}, {DSC_Location}, name}) == PCAR_Success, valid);
 }
@@ -312,9 +313,8 @@ void TestProject::renameRemoveCopyMerge()
     const QString folder = dir.filePath("p");
     PtCloud_Project project;
     QString err, k1, k2;
-    QVERIFY(project.open(folder, &err));
-    PtCloud_Controller* c = project.getController();
-    QCOMPARE(c->doCmd_LasFile_Import({dataFile("simple.las")}, &k1), PCAR_Success);
+    PtCloud_Controller* c = openWithDataSet(&project, folder, QString(), &k1);
+    QVERIFY(c);
     QCOMPARE(c->doCmd_LasFile_Import({dataFile("point10.las")}, &k2), PCAR_Success);
     QCOMPARE(c->doCmd_DataSet_Make({{k1}, {DSC_Location, DSC_Intensity}, "a"}), PCAR_Success);
     QCOMPARE(c->doCmd_DataSet_Make({{k2}, {DSC_Location, DSC_Classification}, "b"}), PCAR_Success);
@@ -372,11 +372,9 @@ void TestProject::contentSignalsCarryNames()
     if (!needData()) QSKIP("../shared/data is absent: no real LAS file to make a dataset from");
     QTemporaryDir dir;
     PtCloud_Project project;
-    QString err, key;
-    QVERIFY(project.open(dir.filePath("p"), &err));
-    PtCloud_Controller* c = project.getController();
-    QCOMPARE(c->doCmd_LasFile_Import({dataFile("simple.las")}, &key), PCAR_Success);
-    QCOMPARE(c->doCmd_DataSet_Make({{key}, {DSC_Location}, "ds"}), PCAR_Success);
+    QString key;
+    PtCloud_Controller* c = openWithDataSet(&project, dir.filePath("p"), "ds", &key);
+    QVERIFY(c);
     PtCloudDataSet* ds = c->getDataSet("ds");
     QSignalSpy meshAdded(ds, SIGNAL(sgContentAdded_Mesh(QString, QString)));
     QSignalSpy meshRemoved(ds, SIGNAL(sgRemoved_Mesh(QString, QString)));
