@@ -9,7 +9,6 @@ class TestAppConfig : public QObject {
 
 private slots:
     void initTestCase();
-    void settingsStayInTheTemporaryFolder();
     void skinPersists_data();
     void skinPersists();
     void directoryHistory_data();
@@ -32,11 +31,6 @@ void TestAppConfig::initTestCase()
     QSettings::setDefaultFormat(QSettings::IniFormat);
     QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, m_settingsDir.path());
     qputenv("PTCLOUD_3D_RESOURCE_DIR", m_resourceDir.path().toLocal8Bit());
-}
-
-void TestAppConfig::settingsStayInTheTemporaryFolder()
-{
-    AppConfig::getInstance().module_userSettings().setSelectedSkin(0);
     const QSettings settings;
     QVERIFY2(settings.fileName().startsWith(m_settingsDir.path()), qPrintable(settings.fileName()));
 }
@@ -46,7 +40,6 @@ void TestAppConfig::skinPersists_data()
     QTest::addColumn<int>("skin");
     QTest::newRow("light") << 0;
     QTest::newRow("dark") << 1;
-    QTest::newRow("another dark") << 2;
 }
 
 void TestAppConfig::skinPersists()
