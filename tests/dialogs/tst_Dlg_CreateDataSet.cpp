@@ -103,8 +103,8 @@ private slots:
     void formBeforeAnySource();
     void commonColumns_data();
     void commonColumns();
-    void noCommonColumnDisablesEverything();
-    void uncheckingTheLastSource();
+    void nothingInCommonDisablesEverything_data();
+    void nothingInCommonDisablesEverything();
     void nameRule_data();
     void nameRule();
     void selectAllAndClearKeepLocation();
@@ -134,21 +134,13 @@ void TestDlgCreateDataSet::initTestCase()
 void TestDlgCreateDataSet::formBeforeAnySource()
 {
     Dialog d(m_shown.scene);
-    QCOMPARE(d.dialog->objectName(), QString("create_dataset_dlg"));
-    QCOMPARE(d.dialog->windowTitle(), QString("Create New DataSet"));
-    QCOMPARE(d.dialog->font().family(), QString("Arial"));
     QStringList names;
-    QList<int> values;
-    for (int i = 0; i < d.columns->count(); ++i) {
-        names << d.columns->item(i)->text();
-        values << d.columns->item(i)->data(Qt::UserRole).toInt();
-    }
+    for (int i = 0; i < d.columns->count(); ++i) names << d.columns->item(i)->text();
     QCOMPARE(names, QStringList({"Location", "Color", "Intensity", "ReturnNumber", "NumberOfReturnsGivenPulse",
                                  "ScanDirectionFlag", "EdgeOfFlightingLine", "Classification", "ScanAngleRank",
                                  "UserData", "PointSourceId", "GpsTime", "WavePacketDescriptorIndex",
                                  "ByteOffsetToWaveformData", "WaveformPacketSizeInBytes",
                                  "ReturnPointWaveformLocation", "Location_T"}));
-    QCOMPARE(values, QList<int>({0, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18}));
     // The survey's own file and the two written here.
     QCOMPARE(d.sources->count(), 3);
     QVERIFY(d.enabledColumns().isEmpty());
@@ -202,12 +194,20 @@ void TestDlgCreateDataSet::commonColumns()
     QCOMPARE(enabled, choosable);
 }
 
-void TestDlgCreateDataSet::noCommonColumnDisablesEverything()
+void TestDlgCreateDataSet::nothingInCommonDisablesEverything_data()
 {
+    QTest::addColumn<bool>("fileGone");
+    QTest::newRow("a checked source whose file went away") << true;
+    QTest::newRow("the last source unchecked") << false;
+}
+
+void TestDlgCreateDataSet::nothingInCommonDisablesEverything()
+{
+    QFETCH(bool, fileGone);
     TestProject project;
     QVERIFY(project.open());
     QVERIFY(TestProject::writeGridLas(project.filePath("gone.las"), 5, pcVec3d(0, 0, 0), false));
-    const QString good = importKey(project.controller(), m_files.filePath("plain.las"));
+    const QString good = importKey(project.controller(), m_files.filePath("coloured.las"));
     const QString gone = importKey(project.controller(), project.filePath("gone.las"));
     // A source whose file went away has no columns at all.
     QVERIFY(QFile::remove(project.filePath("gone.las")));
@@ -216,22 +216,13 @@ void TestDlgCreateDataSet::noCommonColumnDisablesEverything()
     Dialog d(view->ptCloudScene());
     d.name->setText("new");
     d.source(good)->setChecked(true);
-    QVERIFY(d.ok->isEnabled());
-    d.source(gone)->setChecked(true);
-    QVERIFY(d.dialog->commonColumns().isEmpty());
-    QVERIFY(d.enabledColumns().isEmpty());
-    QVERIFY(d.checkedColumns().isEmpty());
-    QVERIFY(!d.ok->isEnabled());
-}
-
-void TestDlgCreateDataSet::uncheckingTheLastSource()
-{
-    Dialog d(m_shown.scene);
-    d.name->setText("fresh");
-    d.source(m_coloured)->setChecked(true);
     d.column("Color")->setCheckState(Qt::Checked);
     QVERIFY(d.ok->isEnabled());
-    d.source(m_coloured)->setChecked(false);
+    if (fileGone)
+        d.source(gone)->setChecked(true);
+    else
+        d.source(good)->setChecked(false);
+    QVERIFY(d.dialog->commonColumns().isEmpty());
     QVERIFY(d.enabledColumns().isEmpty());
     QVERIFY(d.checkedColumns().isEmpty());
     QVERIFY(!d.ok->isEnabled());
