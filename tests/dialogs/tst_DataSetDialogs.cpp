@@ -51,15 +51,14 @@ private slots:
     void init();
     void cleanup();
     void copyMakesANamedCopy();
-    void copyFailureKeepsTheDialog();
     void mergeNeedsTwoDataSets();
     void renameRules_data();
     void renameRules();
-    void renameFailureKeepsTheDialog();
     void selectionPreselectsTheShownDataSet();
     void selectionRemovesAfterAsking_data();
     void selectionRemovesAfterAsking();
-    void selectionRemoveFailure();
+    void failureShowsItsTextAndKeepsTheDialog_data();
+    void failureShowsItsTextAndKeepsTheDialog();
     void selectionRenames();
 
 private:
@@ -98,21 +97,6 @@ void TestDataSetDialogs::copyMakesANamedCopy()
     PtCloudDataSet* copy = m_shown->project.dataSet("beta copy");
     QVERIFY(copy);
     QCOMPARE(pointCount(copy), quint64(36));
-}
-
-void TestDataSetDialogs::copyFailureKeepsTheDialog()
-{
-    Dlg_CopyDataSet dialog(m_shown->scene);
-    nameOf(&dialog)->setText("gamma");
-    // The name is taken between typing and OK.
-    QCOMPARE(m_shown->project.controller()->doCmd_DataSet_Copy({"beta", "gamma"}), PCAR_Success);
-    ModalAnswerer answerer(QMessageBox::Ok);
-    okOf(&dialog)->click();
-    QCOMPARE(answerer.boxes.size(), 1);
-    QCOMPARE(answerer.boxes[0].title, QString("error"));
-    QCOMPARE(answerer.boxes[0].text, QString("Copy dataSet failed."));
-    QVERIFY(dialog.result() != QDialog::Accepted);
-    QCOMPARE(pointCount(m_shown->project.dataSet("gamma")), quint64(36));
 }
 
 void TestDataSetDialogs::mergeNeedsTwoDataSets()
@@ -159,20 +143,6 @@ void TestDataSetDialogs::renameRules()
     QCOMPARE(m_shown->scene->currentDataSetName(), typed);
 }
 
-void TestDataSetDialogs::renameFailureKeepsTheDialog()
-{
-    Dlg_RenameDataSet dialog(m_shown->project.controller(), "alpha");
-    nameOf(&dialog)->setText("taken");
-    QCOMPARE(m_shown->project.controller()->doCmd_DataSet_Copy({"beta", "taken"}), PCAR_Success);
-    ModalAnswerer answerer(QMessageBox::Ok);
-    okOf(&dialog)->click();
-    QCOMPARE(answerer.boxes.size(), 1);
-    QCOMPARE(answerer.boxes[0].title, QString("error"));
-    QCOMPARE(answerer.boxes[0].text, QString("Failed with unknow error."));
-    QVERIFY(dialog.result() != QDialog::Accepted);
-    QVERIFY(m_shown->project.dataSet("alpha"));
-}
-
 void TestDataSetDialogs::selectionPreselectsTheShownDataSet()
 {
     Dlg_SelectDataSet dialog(m_shown->project.controller(), {"alpha", "beta"}, "beta");
@@ -206,16 +176,42 @@ void TestDataSetDialogs::selectionRemovesAfterAsking()
     QCOMPARE(m_shown->scene->currentDataSetName(), QString(yes ? "beta" : "alpha"));
 }
 
-void TestDataSetDialogs::selectionRemoveFailure()
+void TestDataSetDialogs::failureShowsItsTextAndKeepsTheDialog_data()
 {
-    Dlg_SelectDataSet dialog(m_shown->project.controller(), {"alpha", "beta"}, "beta");
-    QCOMPARE(m_shown->project.controller()->doCmd_DataSet_Remove({"beta"}), PCAR_Success);
+    QTest::addColumn<QString>("dialog");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("copy") << "copy" << "Copy dataSet failed.";
+    QTest::newRow("rename") << "rename" << "Failed with unknow error.";
+    QTest::newRow("selection remove") << "remove" << "Remove las file failed.";
+}
+
+void TestDataSetDialogs::failureShowsItsTextAndKeepsTheDialog()
+{
+    QFETCH(QString, dialog);
+    QFETCH(QString, text);
+    PtCloud_Controller* c = m_shown->project.controller();
+    std::unique_ptr<QDialog> d;
+    if (dialog == "copy")
+        d = std::make_unique<Dlg_CopyDataSet>(m_shown->scene);
+    else if (dialog == "rename")
+        d = std::make_unique<Dlg_RenameDataSet>(c, "alpha");
+    else
+        d = std::make_unique<Dlg_SelectDataSet>(c, QStringList{"alpha", "beta"}, "beta");
+    if (dialog != "remove") nameOf(d.get())->setText("taken");
+    // What the dialog was filled in for changes before its button is pressed.
+    QCOMPARE(dialog == "remove" ? c->doCmd_DataSet_Remove({"beta"}) : c->doCmd_DataSet_Copy({"beta", "taken"}),
+             PCAR_Success);
     ModalAnswerer answerer(QMessageBox::Yes);
-    dialog.findChild<QPushButton*>("pushButton_remove")->click();
-    QCOMPARE(answerer.boxes.size(), 2);
-    QCOMPARE(answerer.boxes[1].title, QString("error"));
-    QCOMPARE(answerer.boxes[1].text, QString("Remove las file failed."));
-    QCOMPARE(listed(dialog.findChild<QListWidget*>("listWidget_datasets")), QStringList({"alpha", "beta"}));
+    d->findChild<QPushButton*>(dialog == "remove" ? "pushButton_remove" : "pushButton_ok")->click();
+    QVERIFY(!answerer.boxes.isEmpty());
+    QCOMPARE(answerer.boxes.last().title, QString("error"));
+    QCOMPARE(answerer.boxes.last().text, text);
+    QVERIFY(d->result() != QDialog::Accepted);
+    QVERIFY(m_shown->project.dataSet("alpha"));
+    if (dialog == "remove")
+        QCOMPARE(listed(d->findChild<QListWidget*>("listWidget_datasets")), QStringList({"alpha", "beta"}));
+    else
+        QCOMPARE(pointCount(m_shown->project.dataSet("taken")), quint64(36));
 }
 
 void TestDataSetDialogs::selectionRenames()
