@@ -4,9 +4,7 @@
 // Commands are scripted through a thread whose controller calls are replaced;
 // a real project on a temporary folder supplies the controller.
 
-#include <QApplication>
 #include <QFile>
-#include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
@@ -19,6 +17,7 @@
 
 #include "Dlg_Progress_P3DWrapper.h"
 #include "LasWriter.h"
+#include "ModalAnswerer.h"
 #include "P3DWrapperThread.h"
 #include "PtCloudDataSet.h"
 #include "PtCloud_Controller.h"
@@ -112,29 +111,6 @@ bool showsResult(QDialog* d)
     const QStringList lines = logLines(d);
     return !d->isVisible() || (!lines.isEmpty() && lines.last().startsWith("Failed with error"));
 }
-
-// Answers the next message box with a button and remembers what it asked.
-class MessageBoxAnswerer : public QObject {
-public:
-    explicit MessageBoxAnswerer(QMessageBox::StandardButton answer) : m_answer(answer)
-    {
-        connect(&m_timer, &QTimer::timeout, this, [this] {
-            auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-            if (!box) return;
-            title = box->windowTitle();
-            text = box->text();
-            ++asked;
-            box->button(m_answer)->click();
-        });
-        m_timer.start(20);
-    }
-    QString title, text;
-    int asked = 0;
-
-private:
-    QMessageBox::StandardButton m_answer;
-    QTimer m_timer;
-};
 
 // A project with one small dataset "ds" made from a LAS file of a tilted plane.
 bool makeProject(const QTemporaryDir& dir, PtCloud_Project* project, QString* error)
@@ -294,9 +270,9 @@ void TestRunner::resultsShowTheirMessage()
         return;
     }
     // Read, then closed with the button: no stop question any more.
-    MessageBoxAnswerer answerer(QMessageBox::No);
+    ModalAnswerer answerer(QMessageBox::No);
     QTest::mouseClick(cancelButton(&d), Qt::LeftButton);
-    QCOMPARE(answerer.asked, 0);
+    QVERIFY(answerer.boxes.isEmpty());
     QVERIFY(!d.isVisible());
     QCOMPARE(d.result(), int(QDialog::Rejected));
 }
@@ -380,16 +356,16 @@ void TestRunner::answeringNoKeepsTheCommandRunning()
     d.show();
     QTRY_COMPARE_WITH_TIMEOUT(logLines(&d), QStringList{"started"}, kWaitMs);
     {
-        MessageBoxAnswerer answerer(QMessageBox::No);
+        ModalAnswerer answerer(QMessageBox::No);
         if (how == "cancel")
             QTest::mouseClick(cancelButton(&d), Qt::LeftButton);
         else if (how == "escape")
             QTest::keyClick(&d, Qt::Key_Escape);
         else
             d.close();
-        QCOMPARE(answerer.asked, 1);
-        QCOMPARE(answerer.title, QString("warninig"));
-        QCOMPARE(answerer.text, QString("stop the function may damage the dataset fileContinue to stop?"));
+        QCOMPARE(answerer.boxes.size(), 1);
+        QCOMPARE(answerer.boxes[0].title, QString("warninig"));
+        QCOMPARE(answerer.boxes[0].text, QString("stop the function may damage the dataset fileContinue to stop?"));
     }
     QVERIFY(d.isVisible());
     QVERIFY(thread->isRunning());
@@ -436,9 +412,9 @@ void TestRunner::stoppingResetsTheController()
         QTRY_VERIFY_WITH_TIMEOUT(started, kWaitMs);
         QVERIFY(QFile::exists(located));
         if (byAnswer) {
-            MessageBoxAnswerer answerer(QMessageBox::Yes);
+            ModalAnswerer answerer(QMessageBox::Yes);
             QTest::mouseClick(cancelButton(&d), Qt::LeftButton);
-            QCOMPARE(answerer.asked, 1);
+            QCOMPARE(answerer.boxes.size(), 1);
             QVERIFY(returned);
             QVERIFY(!d.isVisible());
             QCOMPARE(d.result(), int(QDialog::Rejected));
@@ -511,9 +487,9 @@ void TestRunner::textsUseTheFormContext()
                                            });
         ScriptedDialog asking(running);
         asking.show();
-        MessageBoxAnswerer answerer(QMessageBox::Yes);
+        ModalAnswerer answerer(QMessageBox::Yes);
         QTest::mouseClick(cancelButton(&asking), Qt::LeftButton);
-        QCOMPARE(answerer.asked, 1);
+        QCOMPARE(answerer.boxes.size(), 1);
     }
     QCoreApplication::removeTranslator(&translator);
     for (const QString& text : {QString("Progress"), QString("Cancel"), messageFor(8), QString("warninig"),
