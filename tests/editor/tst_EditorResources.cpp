@@ -1,6 +1,7 @@
 // The resource library: every picture the component's forms and panels name
 // is there and loads at a size that stays sharp on a 24-pixel button, the
-// panel backgrounds are there for both skins, and the translation loads.
+// panel backgrounds are there and opaque for both skins, and the translation
+// loads.
 
 #include <QGuiApplication>
 #include <QImage>
@@ -15,7 +16,6 @@ private slots:
     void initTestCase();
     void pictureLoads_data();
     void pictureLoads();
-    void backgroundsDiffer();
     void chineseTranslationLoads();
 };
 
@@ -25,6 +25,7 @@ void TestEditorResources::pictureLoads_data()
 {
     QTest::addColumn<QString>("path");
     QTest::addColumn<int>("minimumSize");
+    QTest::addColumn<bool>("opaque");  // panel backgrounds: the view never shows through a panel
     const char* const icons[] = {
         ":/res/ptcloud/tool_triangle.png", ":/res/ptcloud/tool_dtm.png",         ":/res/ptcloud/tool_split.png",
         ":/res/ptcloud/tool_volumn.png",   ":/res/ptcloud/tool_plane_drvive.png", ":/res/ptcloud/tool_section.png",
@@ -33,15 +34,16 @@ void TestEditorResources::pictureLoads_data()
         ":/res/ptcloud/cut_inner.png",     ":/res/ptcloud/tool_measure.png",     ":/res/close_project.png",
         ":res/graph_option_view.png",      ":res/graph_option_view_unchecked.png", ":res/ptcloud/clear.png",
         ":res/trash.png"};
-    for (const char* icon : icons) QTest::newRow(icon) << QString::fromLatin1(icon) << 24;
-    QTest::newRow("dark background") << ":res/ptcloud/sub_widget_bg.png" << 256;
-    QTest::newRow("light background") << ":res/ptcloud/sub_widget_bg_light.png" << 256;
+    for (const char* icon : icons) QTest::newRow(icon) << QString::fromLatin1(icon) << 24 << false;
+    QTest::newRow("dark background") << ":res/ptcloud/sub_widget_bg.png" << 256 << true;
+    QTest::newRow("light background") << ":res/ptcloud/sub_widget_bg_light.png" << 256 << true;
 }
 
 void TestEditorResources::pictureLoads()
 {
     QFETCH(QString, path);
     QFETCH(int, minimumSize);
+    QFETCH(bool, opaque);
     const QImage image(path);
     QVERIFY2(!image.isNull(), qPrintable(path));
     QVERIFY(image.width() >= minimumSize && image.height() >= minimumSize);
@@ -51,17 +53,8 @@ void TestEditorResources::pictureLoads()
     for (int y = 0; y < image.height() && !drawn; ++y)
         for (int x = 0; x < image.width() && !drawn; ++x) drawn = qAlpha(image.pixel(x, y)) > 128;
     QVERIFY(drawn);
-}
-
-void TestEditorResources::backgroundsDiffer()
-{
-    const QImage dark(":res/ptcloud/sub_widget_bg.png"), light(":res/ptcloud/sub_widget_bg_light.png");
-    const QPoint middle(dark.width() / 2, dark.height() / 2);
-    QVERIFY(QColor(dark.pixel(middle)).lightness() < 90);
-    QVERIFY(QColor(light.pixel(middle)).lightness() > 180);
-    // Opaque, so that the view never shows through a panel.
-    QCOMPARE(qAlpha(dark.pixel(middle)), 255);
-    QCOMPARE(qAlpha(light.pixel(middle)), 255);
+    // The lightness of each skin's background is checked where a panel paints it.
+    if (opaque) QCOMPARE(qAlpha(image.pixel(image.width() / 2, image.height() / 2)), 255);
 }
 
 void TestEditorResources::chineseTranslationLoads()
