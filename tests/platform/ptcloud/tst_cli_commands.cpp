@@ -214,7 +214,6 @@ void TstCliCommands::onlyInitMakesProjects_data()
     QTest::addColumn<QStringList>("args");  // DIR stands for the folder
     QTest::newRow("las list") << QStringList{"las", "list", "DIR"};
     QTest::newRow("las import") << QStringList{"las", "import", "DIR", m_simple};
-    QTest::newRow("dataset list") << QStringList{"dataset", "list", "DIR"};
     QTest::newRow("dataset make") << QStringList{"dataset", "make", "DIR", "n", "--las", "simple.las"};
 }
 
