@@ -430,8 +430,6 @@ void TestGraphLod::loadRecord()
     QVERIFY(loaded);
     QCOMPARE(item->blockCount(), blocks);
     QCOMPARE(item->pointCount(), quint32(points));
-    QCOMPARE(item->dataSetName(), QStringLiteral("record"));
-    QCOMPARE(item->file(), &file);
     QCOMPARE(g_messages.size(), 1);
     const QString record = g_messages.first();
     QVERIFY2(record.startsWith("\n**************\n") && record.endsWith("\n**************\n"), qPrintable(record));
