@@ -119,8 +119,7 @@ class TestOsgQWidget : public QObject {
 private slots:
     void pointsDrawnWithTheirColours_data();
     void pointsDrawnWithTheirColours();
-    void pixelScaleIsTheDeviceRatio();
-    void mousePositionsInDevicePixels();
+    void sizesAndMouseInDevicePixels();
     void dragMovesCameraOncePerChange_data();
     void dragMovesCameraOncePerChange();
     void throwKeepsDrawingUntilClicked();
@@ -186,7 +185,7 @@ void TestOsgQWidget::pointsDrawnWithTheirColours()
     QVERIFY(sameColour(image.pixelColor(2, 2), Qt::black));
 }
 
-void TestOsgQWidget::pixelScaleIsTheDeviceRatio()
+void TestOsgQWidget::sizesAndMouseInDevicePixels()
 {
     std::unique_ptr<OsgQWidget> view = makeShownView();
     QVERIFY(view);
@@ -199,12 +198,7 @@ void TestOsgQWidget::pixelScaleIsTheDeviceRatio()
     QCOMPARE(int(viewport->width()), qRound(view->width() * scale));
     QCOMPARE(int(viewport->height()), qRound(view->height() * scale));
     QCOMPARE(view->grabFramebuffer().size(), QSize(int(viewport->width()), int(viewport->height())));
-}
 
-void TestOsgQWidget::mousePositionsInDevicePixels()
-{
-    std::unique_ptr<OsgQWidget> view = makeShownView();
-    QVERIFY(view);
     osg::ref_ptr<EventRecorder> recorder = new EventRecorder;
     view->getViewer()->addEventHandler(recorder);
     const QPoint quarter(kWidth / 4, kHeight / 4);
@@ -215,7 +209,6 @@ void TestOsgQWidget::mousePositionsInDevicePixels()
 
     QCOMPARE(int(recorder->presses.size()), 1);
     const EventRecorder::Press& press = recorder->presses.front();
-    const double scale = view->getPixelScale();
     // Handlers see device pixels with y counted up from the bottom row.
     QCOMPARE(double(press.x), quarter.x() * scale);
     QCOMPARE(double(press.y), qRound(kHeight * scale) - 1 - quarter.y() * scale);
