@@ -3,6 +3,7 @@
 #include <QEvent>
 
 #include <osg/BoundingSphere>
+#include <osg/Depth>
 #include <osgViewer/Viewer>
 
 #include <algorithm>
@@ -213,12 +214,25 @@ void PtCloudScene::connectDataSet(PtCloudDataSet* ds)
 
 // ---- items
 
-osg::ref_ptr<OsgGraphItem_PcDataSet> PtCloudScene::makePointItem(PtCloud_DataSetFile* file)
+osg::ref_ptr<OsgGraphItem_PcDataSet> PtCloudScene::makePointItem(PtCloud_DataSetFile* file, bool product)
 {
     osg::ref_ptr<OsgGraphItem_PcDataSet> item = new OsgGraphItem_PcDataSet(m_view->getViewer(), m_view->getManipulate());
+    if (product) {
+        // A product lies exactly where the points are: drawn after them and
+        // passing the depth test at equal depth, it shows over them instead
+        // of losing to them pixel by pixel. Hiding it shows the points again.
+        osg::StateSet* state = item->getOrCreateStateSet();
+        state->setRenderBinDetails(1, "RenderBin");
+        state->setAttributeAndModes(new osg::Depth(osg::Depth::LEQUAL));
+    }
     item->setVisible(true);
     item->load(file, m_currentDataSetName);
     m_view->getRoot()->addChild(item);
+    // An item draws nothing before its first camera change. A content that
+    // arrives while the view stands still (a split just made, points
+    // rewritten by a cut or a thinning) is shown from the camera as it is.
+    item->onCameraChanged();
+    m_view->requestRedraw();
     return item;
 }
 
@@ -232,7 +246,7 @@ void PtCloudScene::dropPointItem(osg::ref_ptr<OsgGraphItem_PcDataSet>& item)
 
 void PtCloudScene::createPointsItem(PtCloudDataSet* ds)
 {
-    if (PtCloud_DataSetFile* file = ds->getContent_PointDataSetFile()) m_pointsItem = makePointItem(file);
+    if (PtCloud_DataSetFile* file = ds->getContent_PointDataSetFile()) m_pointsItem = makePointItem(file, false);
 }
 
 void PtCloudScene::removeAllItems()
@@ -258,7 +272,7 @@ void PtCloudScene::addNamedPointItem(EContentKind kind, PointItems& items, const
     if (strDataSetName != m_currentDataSetName || items.contains(name) || !contents) return;
     PtCloud_DataSetFile* file = contents->value(name, nullptr);
     if (!file) return;
-    items.insert(name, makePointItem(file));
+    items.insert(name, makePointItem(file, true));
     contentChanged(kind);
 }
 
@@ -526,7 +540,7 @@ void PtCloudScene::onDataSetContentAdded_Dem_Classify(QString strDataSetName)
     const PtCloudDataSet* ds = currentDataSet();
     PtCloud_DataSetFile* file = ds ? ds->getContent_Dem_Classify() : nullptr;
     if (!file || !file->isValid()) return;
-    m_demClassifyItem = makePointItem(file);
+    m_demClassifyItem = makePointItem(file, true);
     contentChanged(Content_DemClassify);
 }
 

@@ -63,6 +63,8 @@ public:
     ptCloud::PtCloudDataSet* currentDataSet() const;
     // The current dataset's points item; null when none is shown.
     OsgGraphItem_PcDataSet* pointsItem() const;
+    // The item that shows a point-type content; null for other kinds.
+    OsgGraphItem_PcDataSet* pointItem(EContentKind kind, const QString& name) const;
 
     // Whether the scene holds an item for the content (for the earth volume:
     // at least one area item; the height map never has one).
@@ -127,15 +129,15 @@ private:
     // The dataset viewer at (20, 20), pulled back inside the view.
     void placeDataSetViewer();
     // A point-type item for the file: shown, loaded, added to the root group.
-    osg::ref_ptr<OsgGraphItem_PcDataSet> makePointItem(ptCloud::PtCloud_DataSetFile* file);
+    // product: a content made from the points (mesh, split, cut, DEM
+    // classification), drawn over them where both are shown.
+    osg::ref_ptr<OsgGraphItem_PcDataSet> makePointItem(ptCloud::PtCloud_DataSetFile* file, bool product);
     // Unregisters from the trackball, detaches and drops.
     void dropPointItem(osg::ref_ptr<OsgGraphItem_PcDataSet>& item);
     void addNamedPointItem(EContentKind kind, PointItems& items, const QString& strDataSetName, const QString& name,
                            const QMap<QString, ptCloud::PtCloud_DataSetFile*>* contents);
     void removeNamedPointItem(EContentKind kind, PointItems& items, const QString& strDataSetName,
                               const QString& name);
-    // The item that shows a point-type content; null for other kinds.
-    OsgGraphItem_PcDataSet* pointItem(EContentKind kind, const QString& name) const;
     void removeAllItems();
     void connectDataSet(ptCloud::PtCloudDataSet* dataSet);
     // The points item anew from the dataset's points file.

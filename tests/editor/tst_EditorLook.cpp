@@ -13,8 +13,11 @@
 #include "DataSetViewer.h"
 #include "OsgGraphItem_PcDataSet.h"
 #include "PtCloudScene.h"
+#include "PointColors.h"
+#include "PtCloudDataSet.h"
 #include "PtCloudWidget.h"
 #include "PtCloud_Controller.h"
+#include "PtCloud_DataSetFile.h"
 #include "ShownView.h"
 #include "TestProject.h"
 
@@ -26,6 +29,7 @@ private slots:
     void initTestCase();
     void datasetAndViewer_data();
     void datasetAndViewer();
+    void productDrawnOverThePoints();
 
 private:
     QTemporaryDir m_settings;
@@ -93,6 +97,55 @@ void TestEditorLook::datasetAndViewer()
     QCOMPARE(panel.topLeft(), QPoint(20, 20));
     const QColor inside = image.pixelColor(panel.left() + 2, panel.bottom() - 2);
     QVERIFY(skin == 0 ? inside.lightness() > 180 : inside.lightness() < 90);
+}
+
+namespace {
+
+// Pixels of the middle of the view within a few steps of the colour.
+int pixelsOf(const QImage& image, const osg::Vec4ub& colour)
+{
+    int n = 0;
+    for (int y = 100; y < 380; y += 2)
+        for (int x = 160; x < 480; x += 2) {
+            const QColor c = image.pixelColor(x, y);
+            n += qAbs(c.red() - colour.r()) + qAbs(c.green() - colour.g()) + qAbs(c.blue() - colour.b()) < 12;
+        }
+    return n;
+}
+
+}  // namespace
+
+void TestEditorLook::productDrawnOverThePoints()
+{
+    // A split of the coloured grid lies exactly on its points: shown, its
+    // cluster colour is what the user sees; hidden, the points come back.
+    ShownProject shown;
+    QVERIFY(shown.project.open());
+    QVERIFY(shown.project.addGridDataSet("grid", 120, pcVec3d(500000, 4000000, 100), true));
+    PtCloudDataSet* ds = shown.project.dataSet("grid");
+    PtCloud_DataSetFile* target = ds->createEmptyLocatedContent_Split("one");
+    stControlParam_DataSet_Do_Split p;
+    p.dataSetName = "grid";
+    p.targetName = target->getFilepath();
+    p.func = 100;  // DBSCAN: the 1 m grid is one cluster at 1.5 m
+    p.params = QVariantList{1.5, 3, false};
+    QCOMPARE(shown.project.controller()->doCmd_DataSet_Do_Split(p, nullptr), PCAR_Success);
+    QVERIFY(ds->addContent_Split("one", target));
+    QVERIFY(shown.show());
+    OsgGraphItem_PcDataSet* split = shown.scene->pointItem(PtCloudScene::Content_Split, "one");
+    QVERIFY(split);
+    // No input: the split, added before any camera change reached it, draws itself.
+    for (OsgGraphItem_PcDataSet* item : {shown.scene->pointsItem(), split})
+        QTRY_VERIFY_WITH_TIMEOUT(item->isReady() && !item->hasPendingWork(), 30000);
+    // The dataset viewer floats over the top left: keep it out of the picture.
+    shown.scene->dataSetViewer()->hide();
+    const osg::Vec4ub cluster = PointColors::cluster(0);
+    QTest::qWait(200);
+    const int over = pixelsOf(shown.view->grabFramebuffer(), cluster);
+    QVERIFY(shown.scene->setContentVisible(PtCloudScene::Content_Split, "one", false));
+    QTest::qWait(200);
+    const int under = pixelsOf(shown.view->grabFramebuffer(), cluster);
+    QVERIFY2(over > 2000 && under * 20 < over, qPrintable(QStringLiteral("%1 / %2").arg(over).arg(under)));
 }
 
 QTEST_MAIN(TestEditorLook)
