@@ -134,14 +134,14 @@ QByteArray vlr(const char* user, quint16 id, const QByteArray& data, bool extend
     return toBytes(v) + data;
 }
 
-struct FileSpec {
+struct LasLayout {
     int format = 0, minor = 2, extra = 0, count = 0;
     Rgb rgb = Rgb::Wide;
     qint64 legacyCount = -1, count64 = -1;  // -1: the true count where the version has the field
     QList<QByteArray> vlrs, evlrs;
 };
 
-QByteArray lasFile(const FileSpec& s) {
+QByteArray lasFile(const LasLayout& s) {
     const int headerSize = s.minor <= 2 ? 227 : s.minor == 3 ? 235 : 375;
     QByteArray vlrs;
     for (const QByteArray& v : s.vlrs) vlrs += v;
@@ -205,13 +205,13 @@ void TstLasFormats::decodesEveryField() {
     QFETCH(int, extra);
     QFETCH(int, chunk);
     const int n = 1000;
-    FileSpec spec;
-    spec.format = format;
-    spec.minor = minor;
-    spec.extra = extra;
-    spec.count = n;
+    LasLayout layout;
+    layout.format = format;
+    layout.minor = minor;
+    layout.extra = extra;
+    layout.count = n;
     QTemporaryDir dir;
-    const QString path = writeFile(dir, lasFile(spec));
+    const QString path = writeFile(dir, lasFile(layout));
     LasReader reader;
     QString error;
     QVERIFY2(reader.open(path, &error), qPrintable(error));
@@ -296,16 +296,16 @@ void TstLasFormats::choosesPointCount() {
     QFETCH(qint64, legacy);
     QFETCH(qint64, count64);
     QFETCH(int, expected);
-    FileSpec spec;
-    spec.format = format;
-    spec.minor = minor;
-    spec.count = 50;
-    spec.legacyCount = legacy;
-    spec.count64 = count64;
+    LasLayout layout;
+    layout.format = format;
+    layout.minor = minor;
+    layout.count = 50;
+    layout.legacyCount = legacy;
+    layout.count64 = count64;
     QTemporaryDir dir;
     LasReader reader;
     QString error;
-    QVERIFY2(reader.open(writeFile(dir, lasFile(spec)), &error), qPrintable(error));
+    QVERIFY2(reader.open(writeFile(dir, lasFile(layout)), &error), qPrintable(error));
     QCOMPARE(reader.header().pointCount, quint64(expected));
     stPtCloud_PointArray a;
     QCOMPARE(reader.readChunk(a, 1000, {DSC_Location}, pcVec3d(), &error), qint64(expected));
@@ -326,21 +326,21 @@ void TstLasFormats::detectsColourDepth() {
     QFETCH(int, format);
     QFETCH(int, mode);
     QFETCH(bool, eightBit);
-    FileSpec spec;
-    spec.format = format;
-    spec.minor = 4;
-    spec.count = 20000;
-    spec.rgb = Rgb(mode);
+    LasLayout layout;
+    layout.format = format;
+    layout.minor = 4;
+    layout.count = 20000;
+    layout.rgb = Rgb(mode);
     QTemporaryDir dir;
     LasReader reader;
     QString error;
-    QVERIFY2(reader.open(writeFile(dir, lasFile(spec)), &error), qPrintable(error));
+    QVERIFY2(reader.open(writeFile(dir, lasFile(layout)), &error), qPrintable(error));
     QCOMPARE(reader.colorsAre8Bit(), eightBit);
     stPtCloud_PointArray a;
-    QCOMPARE(reader.readChunk(a, spec.count, {DSC_Location, DSC_Color}, pcVec3d(), &error), qint64(spec.count));
+    QCOMPARE(reader.readChunk(a, layout.count, {DSC_Location, DSC_Color}, pcVec3d(), &error), qint64(layout.count));
     const float full = eightBit ? 255.f : 65535.f;
-    for (int i = 0; i < spec.count; i += 97) {
-        const Point p = pointAt(i, true, spec.rgb, spec.count);
+    for (int i = 0; i < layout.count; i += 97) {
+        const Point p = pointAt(i, true, layout.rgb, layout.count);
         QCOMPARE(a.colors[i], pcVec4f(p.rgb[0] / full, p.rgb[1] / full, p.rgb[2] / full, 1.f));
     }
 }
@@ -360,18 +360,18 @@ void TstLasFormats::keepsCoordinateSystem() {
     const quint16 dir[] = {1, 1, 0, 4, 1024, 0, 1, 1, 3072, 0, 1, 26917, 1026, 34737, 21, 0, 2057, 34736, 1, 0};
     for (quint16 w : dir) keys += QByteArray(reinterpret_cast<const char*>(&w), 2);
     const double semiMajor = 6378137.0;
-    FileSpec spec;
-    spec.minor = minor;
-    spec.count = 3;
-    spec.vlrs << vlr("LASF_Projection", 34735, keys, false)
+    LasLayout layout;
+    layout.minor = minor;
+    layout.count = 3;
+    layout.vlrs << vlr("LASF_Projection", 34735, keys, false)
               << vlr("LASF_Projection", 34736, QByteArray(reinterpret_cast<const char*>(&semiMajor), 8), false)
               << vlr("LASF_Projection", 34737, QByteArray("NAD83 / UTM zone 17N|"), false)
               << vlr("SomeVendor", 2112, QByteArray("not the coordinate system"), false);
-    (inEvlr ? spec.evlrs : spec.vlrs) << vlr("LASF_Projection", 2112, wkt + '\0', inEvlr);
+    (inEvlr ? layout.evlrs : layout.vlrs) << vlr("LASF_Projection", 2112, wkt + '\0', inEvlr);
     QTemporaryDir tmp;
     LasReader reader;
     QString error;
-    QVERIFY2(reader.open(writeFile(tmp, lasFile(spec)), &error), qPrintable(error));
+    QVERIFY2(reader.open(writeFile(tmp, lasFile(layout)), &error), qPrintable(error));
     QCOMPARE(reader.header().wkt, QString::fromLatin1(wkt));
     QCOMPARE(reader.header().geoKeys, QStringLiteral("GTModelTypeGeoKey (1024) = 1\n"
                                                      "ProjectedCSTypeGeoKey (3072) = 26917\n"
@@ -383,13 +383,13 @@ void TstLasFormats::keepsCoordinateSystem() {
 }
 
 void TstLasFormats::readsOnlyRequestedColumns() {
-    FileSpec spec;
-    spec.format = 0;
-    spec.count = 10;
+    LasLayout layout;
+    layout.format = 0;
+    layout.count = 10;
     QTemporaryDir dir;
     LasReader reader;
     QString error;
-    QVERIFY2(reader.open(writeFile(dir, lasFile(spec)), &error), qPrintable(error));
+    QVERIFY2(reader.open(writeFile(dir, lasFile(layout)), &error), qPrintable(error));
     stPtCloud_PointArray a;
     a.columns[DSC_Intensity].resize(4);  // left from an earlier use of the array
     const QList<EDataSetColumn> want{DSC_Location, DSC_Classification, DSC_GpsTime, DSC_Color};
