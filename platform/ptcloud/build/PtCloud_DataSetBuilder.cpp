@@ -17,6 +17,7 @@
 #include "ILongLiveActionProgress.h"
 #include "PtCloud_BlockFileFormat.h"
 #include "PtCloud_BlockFileWriter.h"
+#include "PtCloud_CurveOrder.h"
 
 namespace ptCloud {
 
@@ -86,44 +87,6 @@ int floorLog2(quint64 v)
         ++n;
     }
     return n;
-}
-
-// Floyd and Rivest's selection: puts the k-th smallest element by key at k,
-// none larger before it and none smaller after. A sample of the range first
-// narrows it around k, so it takes about n + min(k, n - k) comparisons where
-// introselect takes two or three passes.
-template <class T, class Key> void selectNth(T* a, std::ptrdiff_t left, std::ptrdiff_t right, std::ptrdiff_t k, Key key)
-{
-    while (right > left) {
-        if (right - left > 600) {
-            const double n = double(right - left + 1);
-            const double i = double(k - left + 1);
-            const double z = std::log(n);
-            const double s = 0.5 * std::exp(2 * z / 3);
-            const double sd = 0.5 * std::sqrt(z * s * (n - s) / n) * (i < n / 2 ? -1 : 1);
-            selectNth(a, std::max(left, std::ptrdiff_t(double(k) - i * s / n + sd)),
-                      std::min(right, std::ptrdiff_t(double(k) + (n - i) * s / n + sd)), k, key);
-        }
-        const float t = key(a[k]);
-        std::ptrdiff_t i = left, j = right;
-        std::swap(a[left], a[k]);
-        if (key(a[right]) > t) std::swap(a[right], a[left]);
-        while (i < j) {
-            std::swap(a[i], a[j]);
-            ++i;
-            --j;
-            while (key(a[i]) < t) ++i;
-            while (key(a[j]) > t) --j;
-        }
-        if (key(a[left]) == t) {
-            std::swap(a[left], a[j]);
-        } else {
-            ++j;
-            std::swap(a[right], a[j]);
-        }
-        if (j <= k) left = j + 1;
-        if (k <= j) right = j - 1;
-    }
 }
 
 // Copies one record. Records hold at least a position (12 bytes), so whole
@@ -275,11 +238,6 @@ struct PtCloud_DataSetBuilder::Impl {
         bool inseparable = false;  // space does not split it: split by arrival order
     };
 
-    struct Item {
-        pcVec3f p;
-        quint32 record;
-    };
-
     struct Block {
         int id;
         size_t first;
@@ -354,9 +312,7 @@ struct PtCloud_DataSetBuilder::Impl {
     std::condition_variable outputFreed, outputFilled;
     bool partitioned = false;  // the partitioning thread has no more blocks
     bool abort = false;        // the writing thread gave up: stop partitioning
-    std::vector<Item> items;
-    std::vector<quint32> blockOf;  // of each record of the bucket being split
-    std::vector<size_t> blockSizes;
+    PtCloud_CurveOrder blockCut;  // of the bucket being split
     // The block being written, column by column as the file stores them.
     std::vector<pcVec3f> blockPositions;
     std::vector<std::vector<uint8_t>> blockColumns;
@@ -370,7 +326,7 @@ struct PtCloud_DataSetBuilder::Impl {
     {
         opt.targetBlockPoints = std::max(opt.targetBlockPoints, 1);
         opt.memoryBudgetBytes = std::max(opt.memoryBudgetBytes, kMinBudget);
-        header.sort = opt.morton ? DSS_Morton : DSS_None;
+        header.sort = DSS_Morton;
         header.columns.clear();
         recordBytes = size_t(columnValueBytes(DSC_Location));
         for (int c = 0; c < DSC_Count; ++c) {
@@ -417,10 +373,10 @@ struct PtCloud_DataSetBuilder::Impl {
         return p;
     }
 
-    // A bucket being split holds an item, a block number and an output record a point.
-    qint64 splitBytesPerPoint() const { return qint64(sizeof(Item) + sizeof(quint32) + recordBytes); }
+    // A bucket being split holds its cut and an output record a point.
+    qint64 splitBytesPerPoint() const { return PtCloud_CurveOrder::bytesPerPoint() + qint64(recordBytes); }
 
-    // Points a bucket may hold to be split now: its items, its output and
+    // Points a bucket may hold to be split now: its cut, its output and
     // its records when they must be read back, beside every record held and
     // the memory the outputs keep. It does not depend on how far the writing
     // got: same input, same file.
@@ -870,53 +826,15 @@ struct PtCloud_DataSetBuilder::Impl {
         return true;
     }
 
-    // k-d split along the longest axis of each part; the cut falls where
-    // both sides get whole multiples of the target, so blocks come out full.
-    // A part's box is its parent's cut at the split value: it may be a little
-    // larger than its points', which is good enough to choose the axis and
-    // saves a pass over the points at every level.
-    bool split(Item* begin, Item* end, const pcBoundingBoxf& box, QString* error)
-    {
-        const size_t n = size_t(end - begin);
-        const size_t target = size_t(opt.targetBlockPoints);
-        if (n <= target) {
-            const quint32 block = quint32(blockSizes.size());
-            blockSizes.push_back(n);
-            for (Item* it = begin; it != end; ++it) blockOf[it->record] = block;
-            return true;
-        }
-        if (aborted()) return fail(QStringLiteral("cancelled"), error);
-        const pcVec3f e = box.max - box.min;
-        const size_t parts = (n + target - 1) / target;
-        const std::ptrdiff_t m = std::ptrdiff_t(n * (parts / 2) / parts);
-        Item* mid = begin + m;
-        const std::ptrdiff_t last = std::ptrdiff_t(n) - 1;
-        pcBoundingBoxf low = box, high = box;
-        if (e.x >= e.y && e.x >= e.z) {
-            selectNth(begin, 0, last, m, [](const Item& u) { return u.p.x; });
-            low.max.x = high.min.x = mid->p.x;
-        } else if (e.y >= e.z) {
-            selectNth(begin, 0, last, m, [](const Item& u) { return u.p.y; });
-            low.max.y = high.min.y = mid->p.y;
-        } else {
-            selectNth(begin, 0, last, m, [](const Item& u) { return u.p.z; });
-            low.max.z = high.min.z = mid->p.z;
-        }
-        return split(begin, mid, low, error) && split(mid, end, high, error);
-    }
-
-    // Splits a bucket into blocks and hands them to the writing thread. The
-    // records are read in memory order and dealt to their blocks, which the
-    // writing thread orders: no record is fetched at random from the whole
-    // bucket.
+    // Cuts a bucket into blocks and hands them to the writing thread, each
+    // block's records one after the other.
     bool splitBucket(const Bucket& b, QString* error)
     {
         const quint32 n = quint32(b.points);
-        items.resize(n);
-        for (quint32 r = 0; r < n; ++r) items[r] = {positionOf(recordAt(b, r)), r};
-        blockOf.resize(n);
-        blockSizes.clear();
-        if (!split(items.data(), items.data() + n, b.box, error)) return false;
+        blockCut.reset(b.box, n, size_t(opt.targetBlockPoints));
+        for (quint32 r = 0; r < n; ++r) blockCut.setPoint(r, positionOf(recordAt(b, r)));
+        if (aborted()) return fail(QStringLiteral("cancelled"), error);
+        blockCut.sort();
 
         int slot = -1;
         {
@@ -936,15 +854,22 @@ struct PtCloud_DataSetBuilder::Impl {
             out.capacity = bytes;
         }
         out.blocks.clear();
-        std::vector<size_t> heads(blockSizes.size());
-        size_t first = 0;
-        for (size_t k = 0; k < blockSizes.size(); ++k) {
-            heads[k] = first;
-            out.blocks.push_back({nextBlockId++, first, blockSizes[k]});
-            first += blockSizes[k];
+        for (const PtCloud_CurveOrder::Range& k : blockCut.blocks())
+            out.blocks.push_back({nextBlockId++, k.first, k.count});
+        // The records go out in the cut's order, which the writing thread's
+        // finer order mostly keeps: its sort then moves them little. They are
+        // fetched at random from the whole bucket; asking for them a few
+        // ahead keeps several misses under way at once.
+        constexpr quint32 kAhead = 16;
+        char* to = out.records.get();
+        for (quint32 k = 0; k < n; ++k, to += recordBytes) {
+            if (k + kAhead < n) {
+                const char* later = recordAt(b, quint32(blockCut.pointAt(k + kAhead)));
+                __builtin_prefetch(later);
+                __builtin_prefetch(later + recordBytes - 1);
+            }
+            copyRecord(to, recordAt(b, quint32(blockCut.pointAt(k))), recordBytes);
         }
-        for (quint32 r = 0; r < n; ++r)
-            copyRecord(out.records.get() + heads[blockOf[r]]++ * recordBytes, recordAt(b, r), recordBytes);
         {
             std::lock_guard<std::mutex> lock(mutex);
             readyOutputs.push_back(slot);
@@ -1059,18 +984,13 @@ struct PtCloud_DataSetBuilder::Impl {
     // in the order they are stored: along a Morton curve through the box
     // they span, so that each run of consecutive points fills a compact cell
     // of the block (every k-th point is an even thinning, and points drawn
-    // one after the other are near); or, asked to keep them as they came, in
-    // arrival order. For the curve each key holds the curve position above
+    // one after the other are near). Each key holds the curve position above
     // the index, and a radix sort of the position's digits, least significant
     // first, orders them: it is stable, so points in the same cell keep their
     // order (same input, same file).
     void orderBlock(const char* records, size_t n)
     {
         keys.resize(n);
-        if (!opt.morton) {
-            for (size_t i = 0; i < n; ++i) keys[i] = i;
-            return;
-        }
         pcBoundingBoxf box;
         for (size_t i = 0; i < n; ++i) box.expandBy(positionOf(records + i * recordBytes));
         const float cells = float(1 << kCurveAxisBits);
@@ -1169,8 +1089,7 @@ struct PtCloud_DataSetBuilder::Impl {
         writer.reset();
         removeSpill();
         std::vector<char>().swap(staging);
-        std::vector<Item>().swap(items);
-        std::vector<quint32>().swap(blockOf);
+        blockCut.release();
         outputs.clear();
         std::vector<quint64>().swap(keys);
         std::vector<quint64>().swap(keyScratch);

@@ -15,12 +15,12 @@ class ILongLiveActionProgress;
 
 // Makes a block file from a stream of points, out of core: points are dealt
 // into spatial buckets, kept in memory while they fit and spilled to a
-// temporary file beyond that; then each bucket is split (k-d, by the longest
-// axis) into blocks of at most targetBlockPoints points, ordered along a
-// Morton curve of each block's box so that every k-th point is an even
-// thinning and nearby points are drawn together, and written while the next
-// blocks are being split. Memory stays within memoryBudgetBytes whatever the number
-// of points.
+// temporary file beyond that; then each bucket is cut into blocks of at most
+// targetBlockPoints points, cells of a k-d tree that halves the longest side
+// at every level (PtCloud_CurveOrder), each ordered along a Morton curve of
+// its own box so that every k-th point is an even thinning and nearby points
+// are drawn together, and written while the next bucket is cut. Memory stays
+// within memoryBudgetBytes whatever the number of points.
 class PtCloud_DataSetBuilder {
 public:
     struct Options {
@@ -30,7 +30,6 @@ public:
         // typical survey file is never spilled, and keeps the process under
         // 1 GiB.
         qint64 memoryBudgetBytes = 864ll << 20;
-        bool morton = true;                          // DSS_Morton when true, else as they came
         QString tempDir;                             // for the spill files; empty: beside the output
     };
 
