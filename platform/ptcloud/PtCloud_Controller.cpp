@@ -7,6 +7,7 @@
 #include <QSet>
 #include <QThread>
 #include <cmath>
+#include <cstring>
 #include <future>
 
 #include "LasReader.h"
@@ -326,6 +327,7 @@ EEPtCloudActResult PtCloud_Controller::makeDataSet(const stControlParam_DataSet_
         }
     }
     const stPtCloud_DataSetHeader header = pointsHeader(columns, origin, total);
+    const stPtCloud_RecordLayout layout = stPtCloud_RecordLayout::forColumns(columns);
     std::unique_ptr<PtCloud_DataSetBuilder> builder;
     PtCloud_ProgressRange readProgress(progress, 0, 50);
     quint64 done = 0;
@@ -334,16 +336,16 @@ EEPtCloudActResult PtCloud_Controller::makeDataSet(const stControlParam_DataSet_
         QString err;
         if (!reader.open(d->las.value(key), &err)) return abandon(PCAR_FileError, key + QStringLiteral(": ") + err);
         readProgress.setProgressText(QStringLiteral("reading %1").arg(key));
-        // The next chunk is read and decoded on another thread while the
-        // builder takes this one; the two chunks take turns.
-        stPtCloud_PointArray ahead;
-        stPtCloud_PointArray* filling = &ahead;
-        stPtCloud_PointArray* taken = &chunk;
+        // The next records are read and decoded on another thread while the
+        // builder takes these; the two buffers take turns.
+        std::vector<char> buffers[2];
+        int filling = 0;
         QString readError;
         auto readAhead = [&] {
-            stPtCloud_PointArray* into = filling;
-            return std::async(std::launch::async,
-                              [&, into] { return reader.readChunk(*into, kChunkPoints, columns, origin, &readError); });
+            std::vector<char>* into = &buffers[filling];
+            return std::async(std::launch::async, [&, into] {
+                return reader.readRecords(*into, kChunkPoints, layout, origin, &readError);
+            });
         };
         std::future<qint64> next = readAhead();
         for (;;) {
@@ -351,18 +353,25 @@ EEPtCloudActResult PtCloud_Controller::makeDataSet(const stControlParam_DataSet_
             const qint64 n = next.get();
             if (n < 0) return abandon(PCAR_FileError, key + QStringLiteral(": ") + readError);
             if (n == 0) break;
-            std::swap(filling, taken);
+            const std::vector<char>& taken = buffers[filling];
+            filling = 1 - filling;
             next = readAhead();
-            if (!builder) builder = makeBuilder(QDir(part).filePath(kPointsFile), header, minAbs, maxAbs, *taken);
-            if (!builder->addPoints(*taken, &err)) return abandon(PCAR_FileError, err);
+            if (!builder) {
+                pcBoundingBoxf first;
+                for (qint64 i = 0; i < n; ++i) {
+                    pcVec3f q;
+                    std::memcpy(&q, taken.data() + size_t(i) * layout.bytes, sizeof q);
+                    first.expandBy(q);
+                }
+                builder = makeBuilder(QDir(part).filePath(kPointsFile), header, minAbs, maxAbs, first);
+            }
+            if (!builder->addRecords(taken.data(), size_t(n), &err)) return abandon(PCAR_FileError, err);
             done += quint64(n);
             if (total) readProgress.setProgress(int(100 * done / total));
         }
     }
-    if (!builder) {  // no points at all: an empty dataset is still a dataset
-        chunk = stPtCloud_PointArray();
-        builder = makeBuilder(QDir(part).filePath(kPointsFile), header, minAbs, maxAbs, chunk);
-    }
+    // No points at all: an empty dataset is still a dataset.
+    if (!builder) builder = makeBuilder(QDir(part).filePath(kPointsFile), header, minAbs, maxAbs, pcBoundingBoxf());
     PtCloud_ProgressRange writeProgress(progress, 50, 100);
     writeProgress.setProgressText(QStringLiteral("writing blocks"));
     QString err;
@@ -379,18 +388,14 @@ EEPtCloudActResult PtCloud_Controller::makeDataSet(const stControlParam_DataSet_
 std::unique_ptr<PtCloud_DataSetBuilder> PtCloud_Controller::makeBuilder(const QString& path,
                                                                         const stPtCloud_DataSetHeader& header,
                                                                         const double minAbs[3], const double maxAbs[3],
-                                                                        const stPtCloud_PointArray& firstChunk) const
+                                                                        const pcBoundingBoxf& first) const
 {
     const pcVec3d& origin = header.origin;
     // Bucket the points over the header's box when it holds the first points;
-    // otherwise over the first chunk's box (the builder copes with points
+    // otherwise over the first points' box (the builder copes with points
     // outside, only less evenly).
     pcBoundingBoxf bounds(float(minAbs[0] - origin.x), float(minAbs[1] - origin.y), float(minAbs[2] - origin.z),
                           float(maxAbs[0] - origin.x), float(maxAbs[1] - origin.y), float(maxAbs[2] - origin.z));
-    pcBoundingBoxf first;
-    for (const pcVec3f& q : firstChunk.positions)
-        first.expandBy(pcVec3f(float(firstChunk.origin.x - origin.x + q.x), float(firstChunk.origin.y - origin.y + q.y),
-                               float(firstChunk.origin.z - origin.z + q.z)));
     const bool headerUsable = bounds.valid() && first.valid() && bounds.radius() < 1e7f &&
                               bounds.intersects(first);
     if (!headerUsable) bounds = first.valid() ? first : pcBoundingBoxf(0, 0, 0, 1, 1, 1);

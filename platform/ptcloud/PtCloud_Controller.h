@@ -13,7 +13,7 @@ namespace ptCloud {
 class ILongLiveActionProgress;
 class PtCloudDataSet;
 class PtCloud_DataSetBuilder;
-class stPtCloud_PointArray;
+struct pcBoundingBoxf;
 struct pcVec3d;
 struct stPtCloud_DataSetHeader;
 
@@ -79,7 +79,7 @@ private:
     // LAS files when they hold the first points read.
     std::unique_ptr<PtCloud_DataSetBuilder> makeBuilder(const QString& path, const stPtCloud_DataSetHeader& header,
                                                         const double minAbs[3], const double maxAbs[3],
-                                                        const stPtCloud_PointArray& firstChunk) const;
+                                                        const pcBoundingBoxf& first) const;
     static bool copyFolder(const QString& from, const QString& to);
     QString sourceFor(const QString& dataSetName) const;
 

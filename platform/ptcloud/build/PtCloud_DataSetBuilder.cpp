@@ -259,7 +259,8 @@ struct PtCloud_DataSetBuilder::Impl {
     stPtCloud_DataSetHeader header;
     pcBoundingBoxf bounds;
     Options opt;
-    std::vector<Slot> recordLayout;
+    stPtCloud_RecordLayout layout;
+    std::vector<Slot> recordLayout;  // its slots, with their movers
     size_t recordBytes = 0;
     quint64 count = 0;
     bool finished = false;
@@ -327,17 +328,12 @@ struct PtCloud_DataSetBuilder::Impl {
         opt.targetBlockPoints = std::max(opt.targetBlockPoints, 1);
         opt.memoryBudgetBytes = std::max(opt.memoryBudgetBytes, kMinBudget);
         header.sort = DSS_Morton;
-        header.columns.clear();
-        recordBytes = size_t(columnValueBytes(DSC_Location));
-        for (int c = 0; c < DSC_Count; ++c) {
-            const EDataSetColumn col = EDataSetColumn(c);
-            if (c != DSC_Location && !h.columns.contains(col)) continue;
-            header.columns << col;
-            if (c == DSC_Location) continue;
-            const int width = columnValueBytes(col);
-            const auto movers = columnMoversFor(width);
-            recordLayout.push_back({col, recordBytes, size_t(width), movers.first, movers.second});
-            recordBytes += size_t(width);
+        layout = stPtCloud_RecordLayout::forColumns(h.columns);
+        header.columns = layout.columns();
+        recordBytes = layout.bytes;
+        for (const stPtCloud_RecordLayout::Field& s : layout.fields) {
+            const auto movers = columnMoversFor(int(s.width));
+            recordLayout.push_back({s.column, s.offset, s.width, movers.first, movers.second});
         }
         // The block being written, in columns, and its two arrays of sort
         // keys. The buckets in flight are counted as they come.
@@ -701,14 +697,50 @@ struct PtCloud_DataSetBuilder::Impl {
         return true;
     }
 
-    bool addPoints(const stPtCloud_PointArray& chunk, QString* error)
+    // False once finished or after a failure (which sticks).
+    bool accepting(QString* error)
     {
         if (finished) return fail(QStringLiteral("the dataset was already finished"), error);
         {
             std::lock_guard<std::mutex> lock(dealMutex);
             if (failure.isEmpty()) failure = dealFailure;
         }
-        if (!failure.isEmpty()) return fail(failure, error);
+        return failure.isEmpty() || fail(failure, error);
+    }
+
+    // Hands n points to the dealing thread a batch at a time; fill(first, m,
+    // records) puts points [first, first + m) into a batch's records.
+    template <class Fill> bool feed(size_t n, Fill fill, QString* error)
+    {
+        for (size_t first = 0; first < n; first += kBatchPoints) {
+            const int k = takeBatch();
+            if (k < 0) {
+                failure = dealFailure;
+                return fail(failure, error);
+            }
+            Batch& b = batches[size_t(k)];
+            b.points = std::min(kBatchPoints, n - first);
+            fill(first, b.points, b.records);
+            if (!place(k, error)) {
+                failure = error ? *error : QStringLiteral("cannot spill points");
+                return false;
+            }
+        }
+        count += n;
+        return true;
+    }
+
+    bool addRecords(const char* records, size_t n, QString* error)
+    {
+        if (!accepting(error)) return false;
+        return feed(n, [&](size_t first, size_t m, std::vector<char>& batch) {
+            batch.assign(records + first * recordBytes, records + (first + m) * recordBytes);
+        }, error);
+    }
+
+    bool addPoints(const stPtCloud_PointArray& chunk, QString* error)
+    {
+        if (!accepting(error)) return false;
         const size_t n = size_t(std::max(chunk.count, 0));
         if (chunk.positions.size() != n)
             return fail(QStringLiteral("points chunk is inconsistent: %1 points, %2 positions")
@@ -732,22 +764,9 @@ struct PtCloud_DataSetBuilder::Impl {
             }
         }
         zeros.resize(kBatchPoints * sizeof(pcVec3f), 0);
-        for (size_t first = 0; first < n; first += kBatchPoints) {
-            const int k = takeBatch();
-            if (k < 0) {
-                failure = dealFailure;
-                return fail(failure, error);
-            }
-            Batch& b = batches[size_t(k)];
-            b.points = std::min(kBatchPoints, n - first);
-            assemble(chunk, sources, first, b.points, b.records);
-            if (!place(k, error)) {
-                failure = error ? *error : QStringLiteral("cannot spill points");
-                return false;
-            }
-        }
-        count += n;
-        return true;
+        return feed(n, [&](size_t first, size_t m, std::vector<char>& batch) {
+            assemble(chunk, sources, first, m, batch);
+        }, error);
     }
 
     // --- finish: partitioning thread --------------------------------------
@@ -1120,6 +1139,16 @@ PtCloud_DataSetBuilder::~PtCloud_DataSetBuilder() = default;
 bool PtCloud_DataSetBuilder::addPoints(const stPtCloud_PointArray& chunk, QString* error)
 {
     return d->addPoints(chunk, error);
+}
+
+const stPtCloud_RecordLayout& PtCloud_DataSetBuilder::recordLayout() const
+{
+    return d->layout;
+}
+
+bool PtCloud_DataSetBuilder::addRecords(const char* records, size_t n, QString* error)
+{
+    return d->addRecords(records, n, error);
 }
 
 bool PtCloud_DataSetBuilder::finish(ILongLiveActionProgress* progress, QString* error)

@@ -8,6 +8,7 @@
 #include "PtCloudTypes.h"
 #include "stPtCloud_DataSetHeader.h"
 #include "stPtCloud_PointArray.h"
+#include "stPtCloud_RecordLayout.h"
 
 namespace ptCloud {
 
@@ -47,6 +48,12 @@ public:
     // Adds points (positions relative to chunk.origin; re-based to the
     // header's origin). Columns the builder was not asked for are ignored.
     bool addPoints(const stPtCloud_PointArray& chunk, QString* error);
+    // The records addRecords takes: the columns of the header, positions
+    // relative to the header's origin.
+    const stPtCloud_RecordLayout& recordLayout() const;
+    // Adds n points as records of recordLayout(): cheaper than addPoints for a
+    // source that can write them so (the LAS reader).
+    bool addRecords(const char* records, size_t n, QString* error);
     // Partitions, orders and writes the file atomically. Honours the
     // progress sink's stop request (returns false with error "cancelled").
     bool finish(ILongLiveActionProgress* progress, QString* error);

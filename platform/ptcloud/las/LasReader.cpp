@@ -120,13 +120,14 @@ RecordLayout layoutOf(int format) {
     return l;
 }
 
-// Copies an N-byte field of every record into a packed column.
-template <int N> void copyField(const char* src, int recLen, int k, int at, uint8_t* dst) {
-    for (int i = 0; i < k; ++i) std::memcpy(dst + size_t(i) * N, src + size_t(i) * recLen + at, N);
+// Copies an N-byte field of every record to dst, a value every `stride` bytes.
+template <int N> void copyField(const char* src, int recLen, int k, int at, uint8_t* dst, size_t stride) {
+    for (int i = 0; i < k; ++i) std::memcpy(dst + size_t(i) * stride, src + size_t(i) * recLen + at, N);
 }
 
-void extractBits(const char* src, int recLen, int k, int at, int shift, int mask, uint8_t* dst) {
-    for (int i = 0; i < k; ++i) dst[i] = uint8_t((uint8_t(src[size_t(i) * recLen + at]) >> shift) & mask);
+void extractBits(const char* src, int recLen, int k, int at, int shift, int mask, uint8_t* dst, size_t stride) {
+    for (int i = 0; i < k; ++i)
+        dst[size_t(i) * stride] = uint8_t((uint8_t(src[size_t(i) * recLen + at]) >> shift) & mask);
 }
 
 }  // namespace
@@ -359,8 +360,7 @@ bool LasReader::rewind() {
     return true;
 }
 
-qint64 LasReader::readChunk(stPtCloud_PointArray& out, int maxPoints, const QList<EDataSetColumn>& columns,
-                            const pcVec3d& origin, QString* error) {
+template <class Decode> qint64 LasReader::readPoints(int maxPoints, QString* error, Decode decode) {
     auto fail = [&](const QString& why) {
         if (error) *error = why;
         return qint64(-1);
@@ -369,23 +369,7 @@ qint64 LasReader::readChunk(stPtCloud_PointArray& out, int maxPoints, const QLis
     if (maxPoints <= 0) return fail(QStringLiteral("chunk size %1 is not positive").arg(maxPoints));
     const LasHeader& h = m_header;
     const int n = int(std::min<quint64>(quint64(maxPoints), h.pointCount - m_read));
-    const QList<EDataSetColumn> present = h.columns();
-    QList<EDataSetColumn> raw;
-    for (EDataSetColumn c : columns)
-        if (c != DSC_Location && c != DSC_Color && present.contains(c) && !raw.contains(c)) raw << c;
-    const bool wantColor = columns.contains(DSC_Color) && h.hasRgb();
-
-    // Reuses the caller's vectors from the previous chunk: no allocation per chunk.
-    out.count = n;
-    out.origin = origin;
-    out.positions.resize(size_t(n));
-    out.colors.resize(wantColor ? size_t(n) : 0);
-    out.normals.clear();
-    out.triangles.clear();
-    for (auto it = out.columns.begin(); it != out.columns.end();)
-        it = raw.contains(it->first) ? std::next(it) : out.columns.erase(it);
-    for (EDataSetColumn c : raw) out.columns[c].resize(size_t(n) * size_t(columnValueBytes(c)));
-
+    decode(nullptr, n, -1);
     const int recLen = h.recordLength;
     const int perFill = std::max(1, kBufferBytes / recLen);
     m_buffer.resize(size_t(perFill) * size_t(recLen));
@@ -395,68 +379,133 @@ qint64 LasReader::readChunk(stPtCloud_PointArray& out, int maxPoints, const QLis
         if (m_file.read(m_buffer.data(), bytes) != bytes)
             return fail(QStringLiteral("LAS file ended after %1 of %2 points").arg(m_read + quint64(done))
                             .arg(h.pointCount));
-        decode(m_buffer.data(), k, done, raw, wantColor, origin, out);
+        decode(m_buffer.data(), k, done);
         done += k;
     }
     m_read += quint64(n);
     return n;
 }
 
-void LasReader::decode(const char* src, int k, int at, const QList<EDataSetColumn>& raw, bool wantColor,
-                       const pcVec3d& origin, stPtCloud_PointArray& out) const {
+qint64 LasReader::readChunk(stPtCloud_PointArray& out, int maxPoints, const QList<EDataSetColumn>& columns,
+                            const pcVec3d& origin, QString* error) {
+    const LasHeader& h = m_header;
+    const QList<EDataSetColumn> present = h.columns();
+    QList<EDataSetColumn> raw;
+    for (EDataSetColumn c : columns)
+        if (c != DSC_Location && c != DSC_Color && present.contains(c) && !raw.contains(c)) raw << c;
+    const bool wantColor = columns.contains(DSC_Color) && h.hasRgb();
+    return readPoints(maxPoints, error, [&](const char* src, int k, int at) {
+        if (at < 0) {
+            // Reuses the caller's vectors from the previous chunk: no allocation per chunk.
+            out.count = k;
+            out.origin = origin;
+            out.positions.resize(size_t(k));
+            out.colors.resize(wantColor ? size_t(k) : 0);
+            out.normals.clear();
+            out.triangles.clear();
+            for (auto it = out.columns.begin(); it != out.columns.end();)
+                it = raw.contains(it->first) ? std::next(it) : out.columns.erase(it);
+            for (EDataSetColumn c : raw) out.columns[c].resize(size_t(k) * size_t(columnValueBytes(c)));
+            return;
+        }
+        decodePositions(src, k, origin, reinterpret_cast<uint8_t*>(out.positions.data() + at), sizeof(pcVec3f));
+        if (wantColor) {
+            // 8-bit values scaled by 257 over 65535 are over 255.
+            const float full = m_color8 ? 255.f : 65535.f;
+            const int rgb = layoutOf(h.pointFormat).rgb;
+            pcVec4f* col = out.colors.data() + at;
+            for (int i = 0; i < k; ++i) {
+                const char* c = src + size_t(i) * h.recordLength + rgb;
+                col[i] = pcVec4f(le<quint16>(c) / full, le<quint16>(c + 2) / full, le<quint16>(c + 4) / full, 1.f);
+            }
+        }
+        for (EDataSetColumn c : raw) {
+            const size_t width = size_t(columnValueBytes(c));
+            decodeColumn(c, src, k, out.columns[c].data() + size_t(at) * width, width);
+        }
+    });
+}
+
+qint64 LasReader::readRecords(std::vector<char>& out, int maxPoints, const stPtCloud_RecordLayout& layout,
+                              const pcVec3d& origin, QString* error) {
+    const LasHeader& h = m_header;
+    const QList<EDataSetColumn> present = h.columns();
+    const size_t stride = layout.bytes;
+    bool complete = true;
+    for (const stPtCloud_RecordLayout::Field& field : layout.fields) complete = complete && present.contains(field.column);
+    return readPoints(maxPoints, error, [&](const char* src, int k, int at) {
+        if (at < 0) {
+            if (complete)
+                out.resize(size_t(k) * stride);
+            else
+                out.assign(size_t(k) * stride, 0);  // columns the file lacks stay zero
+            return;
+        }
+        uint8_t* records = reinterpret_cast<uint8_t*>(out.data()) + size_t(at) * stride;
+        decodePositions(src, k, origin, records, stride);
+        for (const stPtCloud_RecordLayout::Field& field : layout.fields) {
+            if (!present.contains(field.column)) continue;
+            uint8_t* dst = records + field.offset;
+            if (field.column != DSC_Color) {
+                decodeColumn(field.column, src, k, dst, stride);
+                continue;
+            }
+            const char* rgb = src + layoutOf(h.pointFormat).rgb;
+            const quint16 scale = m_color8 ? 257 : 1;
+            for (int i = 0; i < k; ++i, rgb += h.recordLength, dst += stride)
+                for (int c = 0; c < 3; ++c) {
+                    const quint16 v = quint16(le<quint16>(rgb + 2 * c) * scale);
+                    std::memcpy(dst + 2 * c, &v, 2);
+                }
+        }
+    });
+}
+
+void LasReader::decodePositions(const char* src, int k, const pcVec3d& origin, uint8_t* dst, size_t stride) const {
     const LasHeader& h = m_header;
     const int recLen = h.recordLength;
-    const bool ext = h.isExtendedFormat();
-    const RecordLayout l = layoutOf(h.pointFormat);
-
     // Doubles throughout: raw integers near the int32 limits times small
     // scales must land exactly before the shift to the block origin.
     const double s[3] = {h.scale[0], h.scale[1], h.scale[2]};
     const double o[3] = {h.offset[0] - origin.x, h.offset[1] - origin.y, h.offset[2] - origin.z};
-    pcVec3f* pos = out.positions.data() + at;
     for (int i = 0; i < k; ++i) {
         const char* r = src + size_t(i) * recLen;
-        pos[i] = pcVec3f(float(le<qint32>(r) * s[0] + o[0]), float(le<qint32>(r + 4) * s[1] + o[1]),
-                         float(le<qint32>(r + 8) * s[2] + o[2]));
+        const pcVec3f p(float(le<qint32>(r) * s[0] + o[0]), float(le<qint32>(r + 4) * s[1] + o[1]),
+                        float(le<qint32>(r + 8) * s[2] + o[2]));
+        std::memcpy(dst + size_t(i) * stride, &p, sizeof p);
     }
-    if (wantColor) {
-        // 8-bit values scaled by 257 over 65535 are over 255.
-        const float full = m_color8 ? 255.f : 65535.f;
-        pcVec4f* col = out.colors.data() + at;
+}
+
+void LasReader::decodeColumn(EDataSetColumn c, const char* src, int k, uint8_t* dst, size_t stride) const {
+    const LasHeader& h = m_header;
+    const int recLen = h.recordLength;
+    const bool ext = h.isExtendedFormat();
+    const RecordLayout l = layoutOf(h.pointFormat);
+    switch (c) {
+    case DSC_Intensity: copyField<2>(src, recLen, k, 12, dst, stride); break;
+    case DSC_ReturnNumber: extractBits(src, recLen, k, 14, 0, ext ? 0x0F : 0x07, dst, stride); break;
+    case DSC_NumberOfReturnsGivenPulse:
+        extractBits(src, recLen, k, 14, ext ? 4 : 3, ext ? 0x0F : 0x07, dst, stride);
+        break;
+    case DSC_ScanDirectionFlag: extractBits(src, recLen, k, ext ? 15 : 14, 6, 1, dst, stride); break;
+    case DSC_EdgeOfFlightingLine: extractBits(src, recLen, k, ext ? 15 : 14, 7, 1, dst, stride); break;
+    case DSC_Classification: extractBits(src, recLen, k, ext ? 16 : 15, 0, ext ? 0xFF : 0x1F, dst, stride); break;
+    case DSC_ScanAngleRank:
         for (int i = 0; i < k; ++i) {
-            const char* c = src + size_t(i) * recLen + l.rgb;
-            col[i] = pcVec4f(le<quint16>(c) / full, le<quint16>(c + 2) / full, le<quint16>(c + 4) / full, 1.f);
+            const char* r = src + size_t(i) * recLen;
+            const float a = ext ? float(le<qint16>(r + 18) * 0.006) : float(qint8(r[16]));
+            std::memcpy(dst + size_t(i) * stride, &a, sizeof a);
         }
-    }
-    for (EDataSetColumn c : raw) {
-        uint8_t* dst = out.columns[c].data() + size_t(at) * size_t(columnValueBytes(c));
-        switch (c) {
-        case DSC_Intensity: copyField<2>(src, recLen, k, 12, dst); break;
-        case DSC_ReturnNumber: extractBits(src, recLen, k, 14, 0, ext ? 0x0F : 0x07, dst); break;
-        case DSC_NumberOfReturnsGivenPulse:
-            extractBits(src, recLen, k, 14, ext ? 4 : 3, ext ? 0x0F : 0x07, dst);
-            break;
-        case DSC_ScanDirectionFlag: extractBits(src, recLen, k, ext ? 15 : 14, 6, 1, dst); break;
-        case DSC_EdgeOfFlightingLine: extractBits(src, recLen, k, ext ? 15 : 14, 7, 1, dst); break;
-        case DSC_Classification: extractBits(src, recLen, k, ext ? 16 : 15, 0, ext ? 0xFF : 0x1F, dst); break;
-        case DSC_ScanAngleRank: {
-            float* a = reinterpret_cast<float*>(dst);
-            for (int i = 0; i < k; ++i) {
-                const char* r = src + size_t(i) * recLen;
-                a[i] = ext ? float(le<qint16>(r + 18) * 0.006) : float(qint8(r[16]));
-            }
-            break;
-        }
-        case DSC_UserData: copyField<1>(src, recLen, k, 17, dst); break;
-        case DSC_PointSourceId: copyField<2>(src, recLen, k, ext ? 20 : 18, dst); break;
-        case DSC_GpsTime: copyField<8>(src, recLen, k, l.gps, dst); break;
-        case DSC_WavePacketDescriptorIndex: copyField<1>(src, recLen, k, l.wave, dst); break;
-        case DSC_ByteOffsetToWaveformData: copyField<8>(src, recLen, k, l.wave + 1, dst); break;
-        case DSC_WaveformPacketSizeInBytes: copyField<4>(src, recLen, k, l.wave + 9, dst); break;
-        case DSC_ReturnPointWaveformLocation: copyField<4>(src, recLen, k, l.wave + 13, dst); break;
-        case DSC_Location_T: copyField<12>(src, recLen, k, l.wave + 17, dst); break;
-        default: break;
-        }
+        break;
+    case DSC_UserData: copyField<1>(src, recLen, k, 17, dst, stride); break;
+    case DSC_PointSourceId: copyField<2>(src, recLen, k, ext ? 20 : 18, dst, stride); break;
+    case DSC_GpsTime: copyField<8>(src, recLen, k, l.gps, dst, stride); break;
+    case DSC_WavePacketDescriptorIndex: copyField<1>(src, recLen, k, l.wave, dst, stride); break;
+    case DSC_ByteOffsetToWaveformData: copyField<8>(src, recLen, k, l.wave + 1, dst, stride); break;
+    case DSC_WaveformPacketSizeInBytes: copyField<4>(src, recLen, k, l.wave + 9, dst, stride); break;
+    case DSC_ReturnPointWaveformLocation: copyField<4>(src, recLen, k, l.wave + 13, dst, stride); break;
+    case DSC_Location_T: copyField<12>(src, recLen, k, l.wave + 17, dst, stride); break;
+    default: break;
     }
 }
 

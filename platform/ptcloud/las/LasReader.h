@@ -9,6 +9,7 @@
 #include "LasHeader.h"
 #include "PtCloudTypes.h"
 #include "stPtCloud_PointArray.h"
+#include "stPtCloud_RecordLayout.h"
 
 namespace ptCloud {
 
@@ -32,6 +33,12 @@ public:
     // Returns the number read (0 at the end); -1 on a read error.
     qint64 readChunk(stPtCloud_PointArray& out, int maxPoints, const QList<EDataSetColumn>& columns,
                      const pcVec3d& origin, QString* error);
+    // Reads up to maxPoints further points into out (replacing its content)
+    // as records of the given layout, positions relative to origin: one pass
+    // where readChunk's columns would take a pass each to interleave. Columns
+    // of the layout the file lacks are zero. Returns as readChunk.
+    qint64 readRecords(std::vector<char>& out, int maxPoints, const stPtCloud_RecordLayout& layout,
+                       const pcVec3d& origin, QString* error);
     // Restarts reading at the first point.
     bool rewind();
     quint64 pointsRead() const { return m_read; }
@@ -47,8 +54,13 @@ private:
     bool readVlrs(QString* why);
     bool readEvlrs(QString* why);
     bool detectColorDepth(QString* why);
-    void decode(const char* src, int k, int at, const QList<EDataSetColumn>& raw, bool wantColor,
-                const pcVec3d& origin, stPtCloud_PointArray& out) const;
+    // Reads the next min(maxPoints, what is left) records a buffer at a time:
+    // decode(nullptr, n, -1) first, then decode(records, k, at) for every k
+    // records from the at-th.
+    template <class Decode> qint64 readPoints(int maxPoints, QString* error, Decode decode);
+    // Position and one column of k records, one value every `stride` bytes.
+    void decodePositions(const char* src, int k, const pcVec3d& origin, uint8_t* dst, size_t stride) const;
+    void decodeColumn(EDataSetColumn c, const char* src, int k, uint8_t* dst, size_t stride) const;
 
     QFile m_file;
     LasHeader m_header;

@@ -231,11 +231,36 @@ void TstLasFormats::decodesEveryField() {
     const Point first = pointAt(0, ext, Rgb::Wide, n);
     const pcVec3d origin(first.raw[0] * kScale[0] + kOffset[0], first.raw[1] * kScale[1] + kOffset[1],
                          first.raw[2] * kScale[2] + kOffset[2]);
+    // Records hold the same values as the chunks, read alongside by a second
+    // reader: every column of the layout, those the file lacks as zeros.
+    const stPtCloud_RecordLayout records = stPtCloud_RecordLayout::forColumns(all);
+    LasReader recordReader;
+    QVERIFY2(recordReader.open(path, &error), qPrintable(error));
+    std::vector<char> r;
     for (int pass = 0; pass < 2; ++pass) {  // the second pass after rewind()
         int seen = 0;
         stPtCloud_PointArray a;
         for (qint64 got; (got = reader.readChunk(a, chunk, all, origin, &error)) != 0; seen += int(got)) {
             QVERIFY2(got > 0 && got <= chunk, qPrintable(error));
+            if (pass == 0) {
+                QCOMPARE(recordReader.readRecords(r, chunk, records, origin, &error), got);
+                QCOMPARE(r.size(), size_t(got) * records.bytes);
+                for (int j = 0; j < int(got); ++j) {
+                    const char* rec = r.data() + size_t(j) * records.bytes;
+                    QVERIFY(std::memcmp(rec, &a.positions[j], sizeof(pcVec3f)) == 0);
+                    for (const stPtCloud_RecordLayout::Field& f : records.fields) {
+                        std::vector<char> want(f.width, 0);
+                        if (f.column == DSC_Color && rgb) {
+                            const Point p = pointAt(seen + j, ext, Rgb::Wide, n);
+                            std::memcpy(want.data(), p.rgb, 6);
+                        } else if (a.columns.count(f.column)) {
+                            std::memcpy(want.data(), a.columns[f.column].data() + size_t(j) * f.width, f.width);
+                        }
+                        QVERIFY2(std::memcmp(rec + f.offset, want.data(), f.width) == 0,
+                                 qPrintable(QStringLiteral("point %1, column %2").arg(seen + j).arg(int(f.column))));
+                    }
+                }
+            }
             QCOMPARE(a.count, int(got));
             QCOMPARE(a.positions.size(), size_t(got));
             QCOMPARE(a.colors.size(), rgb ? size_t(got) : size_t(0));
@@ -338,10 +363,18 @@ void TstLasFormats::detectsColourDepth() {
     QCOMPARE(reader.colorsAre8Bit(), eightBit);
     stPtCloud_PointArray a;
     QCOMPARE(reader.readChunk(a, layout.count, {DSC_Location, DSC_Color}, pcVec3d(), &error), qint64(layout.count));
+    QVERIFY(reader.rewind());
+    std::vector<char> r;
+    const stPtCloud_RecordLayout records = stPtCloud_RecordLayout::forColumns({DSC_Location, DSC_Color});
+    QCOMPARE(reader.readRecords(r, layout.count, records, pcVec3d(), &error), qint64(layout.count));
     const float full = eightBit ? 255.f : 65535.f;
     for (int i = 0; i < layout.count; i += 97) {
         const Point p = pointAt(i, true, layout.rgb, layout.count);
         QCOMPARE(a.colors[i], pcVec4f(p.rgb[0] / full, p.rgb[1] / full, p.rgb[2] / full, 1.f));
+        // Records keep colours as 16-bit channels: 8-bit values scaled by 257.
+        quint16 rgb[3];
+        std::memcpy(rgb, r.data() + size_t(i) * records.bytes + records.fields.front().offset, sizeof rgb);
+        for (int c = 0; c < 3; ++c) QCOMPARE(rgb[c], quint16(p.rgb[c] * (eightBit ? 257 : 1)));
     }
 }
 
