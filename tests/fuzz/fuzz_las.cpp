@@ -1,11 +1,12 @@
 // Fuzz target for the LAS header, VLR and record parser: any input is written
-// to a file, opened and read to the end. A refusal is fine; a crash, a
-// sanitizer report or a hang is not.
+// to a file, opened and read to the end, as columns and again as records. A
+// refusal is fine; a crash, a sanitizer report or a hang is not.
 
 #include <QFile>
 #include <QTemporaryDir>
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "LasReader.h"
 
@@ -24,6 +25,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     ptCloud::stPtCloud_PointArray points;
     const ptCloud::pcVec3d origin(reader.header().offset[0], reader.header().offset[1], reader.header().offset[2]);
     while (reader.readChunk(points, 4096, all, origin, &error) > 0) {
+    }
+    if (!reader.rewind()) return 0;
+    const ptCloud::stPtCloud_RecordLayout layout = ptCloud::stPtCloud_RecordLayout::forColumns(all);
+    std::vector<char> records;
+    while (reader.readRecords(records, 4096, layout, origin, &error) > 0) {
     }
     return 0;
 }
