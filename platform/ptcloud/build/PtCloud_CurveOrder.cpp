@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "PtCloud_KeySort.h"
+
 namespace ptCloud {
 
 namespace {
@@ -17,38 +19,6 @@ int bitsFor(quint64 v)
     int n = 0;
     while (v >> n) ++n;
     return n;
-}
-
-// Stable sort of n keys by their bits [low, low + bits), least significant
-// digit first; digits the same for every key are skipped. The result ends in
-// keys; scratch holds n keys.
-void radixSort(quint64* keys, quint64* scratch, size_t n, int low, int bits, int maxDigitBits,
-               std::vector<quint32>& counts)
-{
-    if (bits <= 0 || n < 2) return;
-    const int digits = (bits + maxDigitBits - 1) / maxDigitBits;
-    const int digitBits = (bits + digits - 1) / digits;
-    const size_t radix = size_t(1) << digitBits;
-    const quint64 mask = radix - 1;
-    counts.assign(size_t(digits) * radix, 0);
-    for (size_t i = 0; i < n; ++i)
-        for (int d = 0; d < digits; ++d) ++counts[size_t(d) * radix + ((keys[i] >> (low + d * digitBits)) & mask)];
-    quint64* from = keys;
-    quint64* to = scratch;
-    for (int d = 0; d < digits; ++d) {
-        quint32* c = counts.data() + size_t(d) * radix;
-        if (std::find(c, c + radix, quint32(n)) != c + radix) continue;
-        quint32 sum = 0;
-        for (size_t v = 0; v < radix; ++v) {
-            const quint32 k = c[v];
-            c[v] = sum;
-            sum += k;
-        }
-        const int shift = low + d * digitBits;
-        for (size_t i = 0; i < n; ++i) to[c[(from[i] >> shift) & mask]++] = from[i];
-        std::swap(from, to);
-    }
-    if (from != keys) std::memcpy(keys, from, n * sizeof(quint64));
 }
 
 }  // namespace
@@ -110,7 +80,7 @@ void PtCloud_CurveOrder::sort()
 
 void PtCloud_CurveOrder::sortRange(size_t first, size_t end, int lowBit, int endBit)
 {
-    radixSort(m_keys.data() + first, m_scratch.data(), end - first, m_indexBits + lowBit, endBit - lowBit,
+    sortKeysByBits(m_keys.data() + first, m_scratch.data(), end - first, m_indexBits + lowBit, endBit - lowBit,
               kLevelsAPass, m_counts);
 }
 

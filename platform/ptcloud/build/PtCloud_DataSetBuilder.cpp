@@ -18,6 +18,7 @@
 #include "PtCloud_BlockFileFormat.h"
 #include "PtCloud_BlockFileWriter.h"
 #include "PtCloud_CurveOrder.h"
+#include "PtCloud_KeySort.h"
 
 namespace ptCloud {
 
@@ -50,8 +51,6 @@ constexpr std::chrono::milliseconds kStopPoll(50);
 constexpr int kCurveAxisBits = 8;
 constexpr int kCurveBits = 3 * kCurveAxisBits;
 constexpr int kDigitBits = 12;
-constexpr int kDigits = (kCurveBits + kDigitBits - 1) / kDigitBits;
-constexpr size_t kRadix = size_t(1) << kDigitBits;
 // A key is the curve position above the point's index in its block.
 constexpr int kIndexBits = 64 - kCurveBits;
 constexpr quint64 kIndexMask = (quint64(1) << kIndexBits) - 1;
@@ -1017,31 +1016,14 @@ struct PtCloud_DataSetBuilder::Impl {
         auto scale = [cells](float extent) { return extent > 0.f ? cells / extent : 0.f; };
         const float sx = scale(e.x), sy = scale(e.y), sz = scale(e.z);
         auto cell = [cells](float t) { return quint32(std::min(t, cells - 1.f)); };
-        digitCounts.assign(kDigits * kRadix, 0);
-        quint32* counts = digitCounts.data();
         for (size_t i = 0; i < n; ++i) {
             const pcVec3f p = positionOf(records + i * recordBytes) - box.min;
             const quint64 curve = kSpread.bits[cell(p.x * sx)] | kSpread.bits[cell(p.y * sy)] << 1 |
                                   kSpread.bits[cell(p.z * sz)] << 2;
             keys[i] = curve << kIndexBits | quint64(i);
-            for (int d = 0; d < kDigits; ++d)
-                ++counts[size_t(d) * kRadix + ((curve >> (d * kDigitBits)) & (kRadix - 1))];
         }
         keyScratch.resize(n);
-        for (int d = 0; d < kDigits; ++d) {
-            quint32* c = counts + size_t(d) * kRadix;
-            // A digit the same for every point leaves the order as it is.
-            if (std::find(c, c + kRadix, quint32(n)) != c + kRadix) continue;
-            quint32 sum = 0;
-            for (size_t v = 0; v < kRadix; ++v) {
-                const quint32 k = c[v];
-                c[v] = sum;
-                sum += k;
-            }
-            const int shift = kIndexBits + d * kDigitBits;
-            for (quint64 key : keys) keyScratch[c[(key >> shift) & (kRadix - 1)]++] = key;
-            keys.swap(keyScratch);
-        }
+        sortKeysByBits(keys.data(), keyScratch.data(), n, kIndexBits, kCurveBits, kDigitBits, digitCounts);
     }
 
     // Spreads a block's records, in the order they are stored, into the
