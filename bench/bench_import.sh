@@ -2,7 +2,7 @@
 # Import benchmark: how `ptcloud import` of a large LAS file compares with
 # copying the same file, and how much memory it takes.
 #
-#   tests/bench/bench_import.sh [POINTS] [COPIES] [LARGE]
+#   bench/bench_import.sh [POINTS] [COPIES] [LARGE]
 #     POINTS  size of the generated demo scene (default 20000000)
 #     COPIES  copies of a real file (bcts_3.las, 887254 points) tiled side by
 #             side into one file (default 20)
