@@ -1,16 +1,20 @@
-// Poisson-disk thinning on generated grids and patches: exact kept counts,
-// spacing far above the input's, evener than a random subset, density ratios
-// kept between patches, and the edges.
+// Poisson-disk thinning on generated grids and clouds: exact kept counts, no
+// two kept points closer than the radius, evener than a random subset,
+// determinism, stop, and the edges.
 
+#include <QElapsedTimer>
 #include <QtTest>
 #include <algorithm>
 #include <cmath>
 #include <map>
 #include <random>
+#include <unordered_map>
 
+#include "Algo_KdTree.h"
 #include "Algo_PoissonDiskSample.h"
 #include "tst_algo_mesh_progress.h"
 
+using ptCloud::Algo_KdTree;
 using ptCloud::Algo_PoissonDiskSample;
 using ptCloud::pcVec3f;
 
@@ -33,21 +37,47 @@ Algo_PoissonDiskSample::Params params(double share, double alpha = 1.0) {
     return p;
 }
 
-std::vector<unsigned int> thin(const std::vector<pcVec3f>& points, const Algo_PoissonDiskSample::Params& p) {
+std::vector<unsigned int> thin(const std::vector<pcVec3f>& points, const Algo_PoissonDiskSample::Params& p,
+                               double* radius = nullptr) {
     std::vector<unsigned int> kept;
     QString error;
     AlgoTestProgress progress;
-    if (!Algo_PoissonDiskSample::run(points, p, kept, &progress, &error)) qWarning() << error;
+    if (!Algo_PoissonDiskSample::run(points, p, kept, &progress, &error, radius)) qWarning() << error;
     if (!progress.wellFormed()) qWarning() << "progress went backwards";
     return kept;
 }
 
-// Brute force: the subsets here are a few thousand points.
-float minimumDistance(const std::vector<pcVec3f>& points, const std::vector<unsigned int>& subset) {
+// Brute force, squared as the thinning measures it.
+float minimumDistance2(const std::vector<pcVec3f>& points, const std::vector<unsigned int>& subset) {
     float best = std::numeric_limits<float>::max();
     for (size_t a = 0; a < subset.size(); ++a)
         for (size_t b = a + 1; b < subset.size(); ++b)
-            best = std::min(best, (points[subset[a]] - points[subset[b]]).length());
+            best = std::min(best, Algo_KdTree::dist2(points[subset[a]], points[subset[b]]));
+    return best;
+}
+
+float minimumDistance(const std::vector<pcVec3f>& points, const std::vector<unsigned int>& subset) {
+    return std::sqrt(minimumDistance2(points, subset));
+}
+
+// The same through a map of cells of side `reach`: pairs closer than reach
+// are all found, farther ones may be missed (the minimum is then >= reach).
+float minimumDistance2Within(const std::vector<pcVec3f>& points, const std::vector<unsigned int>& subset,
+                             float reach) {
+    std::unordered_map<qint64, std::vector<unsigned int>> cells;
+    auto cellOf = [&](const pcVec3f& p, int d) {
+        return (qint64(std::floor(p.x / reach)) + d % 3 - 1) * 1000003 * 1000003 +
+               (qint64(std::floor(p.y / reach)) + d / 3 % 3 - 1) * 1000003 + qint64(std::floor(p.z / reach)) + d / 9 - 1;
+    };
+    for (unsigned int i : subset) cells[cellOf(points[i], 13)].push_back(i);
+    float best = reach * reach;
+    for (unsigned int i : subset)
+        for (int d = 0; d < 27; ++d) {
+            const auto it = cells.find(cellOf(points[i], d));
+            if (it == cells.end()) continue;
+            for (unsigned int j : it->second)
+                if (j != i) best = std::min(best, Algo_KdTree::dist2(points[i], points[j]));
+        }
     return best;
 }
 
@@ -76,10 +106,6 @@ std::vector<unsigned int> randomSubset(size_t n, size_t count) {
     return all;
 }
 
-size_t countBelow(const std::vector<unsigned int>& kept, unsigned int limit) {
-    return size_t(std::lower_bound(kept.begin(), kept.end(), limit) - kept.begin());
-}
-
 }  // namespace
 
 class TstAlgoSample : public QObject {
@@ -89,8 +115,8 @@ private slots:
     void keepsExactlyTheTargetShare();
     void spreadsKeptPointsEvenly_data();
     void spreadsKeptPointsEvenly();
-    void thinsPatchesOfDifferentDensityAlike();
-    void alphaBelowTheSpacingThinsSparsePartsLess();
+    void keepsNoTwoPointsCloserThanTheRadius_data();
+    void keepsNoTwoPointsCloserThanTheRadius();
     void isDeterministic();
     void edges_data();
     void edges();
@@ -98,6 +124,7 @@ private slots:
     void rejectsBadParameters();
     void stopLeavesTheOutputUntouched_data();
     void stopLeavesTheOutputUntouched();
+    void stopsWithinHalfASecond();
 };
 
 void TstAlgoSample::keepsExactlyTheTargetShare_data() {
@@ -156,29 +183,42 @@ void TstAlgoSample::spreadsKeptPointsEvenly() {
     QVERIFY2(ours < 0.6 * theirs, qPrintable(QString("%1 vs random %2").arg(ours).arg(theirs)));
 }
 
-void TstAlgoSample::thinsPatchesOfDifferentDensityAlike() {
-    // A dense and a sparse patch, 5 m apart: each keeps about a quarter.
-    std::vector<pcVec3f> points = grid(80, kSpacing);
-    const unsigned int dense = unsigned(points.size());
-    const std::vector<pcVec3f> sparse = grid(40, 2.f * kSpacing, 9.f);
-    points.insert(points.end(), sparse.begin(), sparse.end());
-    const std::vector<unsigned int> kept = thin(points, params(0.25));
-    const double denseShare = double(countBelow(kept, dense)) / dense;
-    const double sparseShare = double(kept.size() - countBelow(kept, dense)) / double(sparse.size());
-    QVERIFY2(std::abs(denseShare - 0.25) < 0.02 && std::abs(sparseShare - 0.25) < 0.02,
-             qPrintable(QString("dense %1, sparse %2").arg(denseShare).arg(sparseShare)));
+void TstAlgoSample::keepsNoTwoPointsCloserThanTheRadius_data() {
+    QTest::addColumn<int>("count");
+    QTest::addColumn<int>("dimensions");
+    QTest::addColumn<double>("share");
+    QTest::addColumn<bool>("dense");  // the points fill the space densely at the radius
+    // Brute force on small clouds, a map of cells on large ones.
+    QTest::newRow("plane, a quarter") << 3000 << 2 << 0.25 << true;
+    QTest::newRow("plane, most") << 3000 << 2 << 0.9 << false;
+    QTest::newRow("cube, a tenth") << 3000 << 3 << 0.1 << true;
+    QTest::newRow("large plane, a quarter") << 400000 << 2 << 0.25 << true;
+    QTest::newRow("large cube, a twentieth") << 200000 << 3 << 0.05 << true;
 }
 
-void TstAlgoSample::alphaBelowTheSpacingThinsSparsePartsLess() {
-    std::vector<pcVec3f> points = grid(80, kSpacing);
-    const unsigned int dense = unsigned(points.size());
-    const std::vector<pcVec3f> sparse = grid(40, 4.f * kSpacing, 9.f);
-    points.insert(points.end(), sparse.begin(), sparse.end());
-    // Alpha between the two spacings: the sparse patch's spacing reads as alpha.
-    const std::vector<unsigned int> kept = thin(points, params(0.25, 2.f * kSpacing));
-    const double denseShare = double(countBelow(kept, dense)) / dense;
-    const double sparseShare = double(kept.size() - countBelow(kept, dense)) / double(sparse.size());
-    QVERIFY2(sparseShare > 2.0 * denseShare, qPrintable(QString("dense %1, sparse %2").arg(denseShare).arg(sparseShare)));
+void TstAlgoSample::keepsNoTwoPointsCloserThanTheRadius() {
+    QFETCH(int, count);
+    QFETCH(int, dimensions);
+    QFETCH(double, share);
+    QFETCH(bool, dense);
+    constexpr float side = 20.f;
+    std::mt19937 rng(9);
+    std::uniform_real_distribution<float> u(0.f, side);
+    std::vector<pcVec3f> points;
+    for (int k = 0; k < count; ++k) points.emplace_back(u(rng), u(rng), dimensions == 3 ? u(rng) : 0.f);
+    double radius = 0.0;
+    const std::vector<unsigned int> kept = thin(points, params(share), &radius);
+    QCOMPARE(kept.size(), size_t(std::llround(share * count)));
+    const float r2 = float(radius) * float(radius);
+    const float gap2 = count <= 5000 ? minimumDistance2(points, kept) : minimumDistance2Within(points, kept, float(radius));
+    QVERIFY2(gap2 >= r2, qPrintable(QString("closest %1 m, radius %2 m").arg(std::sqrt(gap2)).arg(radius)));
+    // Before the surplus goes the disks of radius r around the kept points
+    // cover every point, so where the points fill the space r cannot be much
+    // below the radius of a covering by as many disks.
+    if (!dense) return;
+    const double ball = dimensions == 2 ? M_PI : 4.0 * M_PI / 3.0;
+    const double covering = std::pow(std::pow(side, dimensions) / (double(kept.size()) * ball), 1.0 / dimensions);
+    QVERIFY2(radius >= 0.8 * covering, qPrintable(QString("radius %1 m, covering %2 m").arg(radius).arg(covering)));
 }
 
 void TstAlgoSample::isDeterministic() {
@@ -189,6 +229,9 @@ void TstAlgoSample::isDeterministic() {
     const std::vector<unsigned int> first = thin(points, params(0.3));
     QCOMPARE(first.size(), size_t(6000));
     QCOMPARE(thin(points, params(0.3)), first);
+    Algo_PoissonDiskSample::Params other = params(0.3);
+    other.seed = 77;
+    QVERIFY(thin(points, other) != first);
 }
 
 void TstAlgoSample::edges_data() {
@@ -250,6 +293,25 @@ void TstAlgoSample::stopLeavesTheOutputUntouched() {
     QVERIFY(!Algo_PoissonDiskSample::run(points, params(0.2), kept, &progress, &error));
     QCOMPARE(error, QString("cancelled"));
     QCOMPARE(kept, std::vector<unsigned int>{42});
+}
+
+void TstAlgoSample::stopsWithinHalfASecond() {
+    // Asked at a third of the bar, inside a round on a million points.
+    struct Timed : AlgoTestProgress {
+        QElapsedTimer asked;
+        bool isStopRequested() override {
+            const bool stop = AlgoTestProgress::isStopRequested();
+            if (stop && !asked.isValid()) asked.start();
+            return stop;
+        }
+    } progress;
+    progress.stopOnceProgressReaches(30);
+    const std::vector<pcVec3f> points = grid(1000, kSpacing);
+    std::vector<unsigned int> kept;
+    QString error;
+    QVERIFY(!Algo_PoissonDiskSample::run(points, params(0.25), kept, &progress, &error));
+    QVERIFY(progress.asked.isValid());
+    QVERIFY2(progress.asked.elapsed() < 500, qPrintable(QString::number(progress.asked.elapsed())));
 }
 
 QTEST_GUILESS_MAIN(TstAlgoSample)
