@@ -87,7 +87,7 @@ bool LazChunkCodec::decode(const uint8_t* data, size_t size, uint32_t count, uin
         used[i] = sizes[i] != 0;
     }
     if (!codeLayered(layers.data(), used.get(), out, wanted)) {
-        *why = QStringLiteral("LAZ chunk is damaged: its GPS times do not decode");
+        *why = QStringLiteral("LAZ chunk is damaged: its points do not decode");
         return false;
     }
     for (size_t i = 0; i < sizes.size(); ++i)
@@ -210,6 +210,10 @@ bool LazChunkCodec::codeLayered(Coder* const* layers, bool* used, uint8_t* recor
     for (uint32_t i = 1; i < count; ++i) {
         uint8_t* cur = records + i * rec;
         if (!point.code(layers, used, cur)) return false;
+        if constexpr (!enc) {
+            // A chunk claiming far more points than its bytes hold stops here, not after decoding them all.
+            if ((i & 1023) == 0 && layers[LazPoint14Codec::XY]->overrun() > kOverrunSlack) return false;
+        }
         for (ItemState& s : states) {
             enter(s, point.channel(), nullptr);
             Channel& c = s.channels[s.current];
