@@ -39,6 +39,12 @@ Dlg_Progress_P3DWrapper::Dlg_Progress_P3DWrapper(PtCloud_Controller* controller,
 {
 }
 
+Dlg_Progress_P3DWrapper::Dlg_Progress_P3DWrapper(
+    std::function<EEPtCloudActResult(ILongLiveActionProgress*)> task, QWidget* parent)
+    : Dlg_Progress_P3DWrapper(new P3DWrapperThread(std::move(task)), parent)
+{
+}
+
 Dlg_Progress_P3DWrapper::Dlg_Progress_P3DWrapper(P3DWrapperThread* thread, QWidget* parent)
     : QDialog(parent), ui(std::make_unique<Ui::progress_bar_dlg>()), m_thread(thread)
 {

@@ -2,6 +2,7 @@
 
 #include <QDialog>
 #include <QTimer>
+#include <functional>
 #include <memory>
 #include <mutex>
 
@@ -26,6 +27,9 @@ class Dlg_Progress_P3DWrapper : public QDialog, public ptCloud::ILongLiveActionP
 public:
     Dlg_Progress_P3DWrapper(ptCloud::PtCloud_Controller* controller, const QString& dataSetName, int func,
                             const QVariant& params, const QString& targetName, QWidget* parent = nullptr);
+    // Runs a task of the caller's (see P3DWrapperThread::Task).
+    Dlg_Progress_P3DWrapper(std::function<ptCloud::EEPtCloudActResult(ptCloud::ILongLiveActionProgress*)> task,
+                            QWidget* parent);
     ~Dlg_Progress_P3DWrapper() override;
 
     // Called by the command on the worker thread.

@@ -15,6 +15,12 @@ P3DWrapperThread::P3DWrapperThread(PtCloud_Controller* controller, const QString
 {
 }
 
+P3DWrapperThread::P3DWrapperThread(Task task, QObject* parent)
+    : P3DWrapperThread(nullptr, QString(), -1, QVariant(), QString(), parent)
+{
+    m_task = std::move(task);
+}
+
 P3DWrapperThread::~P3DWrapperThread() { wait(); }
 
 void P3DWrapperThread::setProgress(ILongLiveActionProgress* progress) { m_progress = progress; }
@@ -38,7 +44,9 @@ void P3DWrapperThread::run()
     // An exception leaving run() would terminate the whole application; a
     // command that throws has crashed as far as the user is concerned.
     try {
-        if (m_func >= 0 && m_func <= 3)
+        if (m_task)
+            m_result = m_task(m_progress);
+        else if (m_func >= 0 && m_func <= 3)
             m_result = doMesh(record<stControlParam_DataSet_Do_Mesh>());
         else if (m_func >= 100 && m_func <= 107)
             m_result = doSplit(record<stControlParam_DataSet_Do_Split>());

@@ -4,6 +4,7 @@
 #include <QThread>
 #include <QVariant>
 #include <atomic>
+#include <functional>
 
 #include "ControlParams.h"
 #include "PtCloudEnums.h"
@@ -23,6 +24,11 @@ class P3DWrapperThread : public QThread {
 public:
     P3DWrapperThread(ptCloud::PtCloud_Controller* controller, const QString& dataSetName, int func,
                      const QVariant& params, const QString& targetName, QObject* parent = nullptr);
+    // Work of the caller's own that reports to the same progress sink (an
+    // edit of a dataset's points by a tool, for one). It runs on the worker
+    // thread and must not touch widgets or objects of the GUI thread.
+    using Task = std::function<ptCloud::EEPtCloudActResult(ptCloud::ILongLiveActionProgress*)>;
+    explicit P3DWrapperThread(Task task, QObject* parent = nullptr);
     // Waits for a command still running: destroying a running QThread aborts.
     ~P3DWrapperThread() override;
 
@@ -49,6 +55,7 @@ private:
     int m_func;
     QVariant m_params;  // positional, as the parameter dialog produced them
     QString m_targetName;
+    Task m_task;  // when set, run instead of a controller command
     ptCloud::ILongLiveActionProgress* m_progress = nullptr;  // not owned
     // Written by the worker, read by the owner: a thread that never ran a
     // command reports "cannot execute".

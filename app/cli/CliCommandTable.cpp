@@ -37,6 +37,10 @@ int CliCommandTable::dispatch(const QStringList& args) const
         const QString given = args.mid(0, 2).join(QLatin1Char(' '));
         return CliConsole::usage(QStringLiteral("unknown command \"%1\" (ptcloud --help lists them)").arg(given));
     }
+    if (args.mid(command->words.size()).contains(QLatin1String("--help"))) {
+        CliConsole::out(QStringLiteral("usage: %1\n  %2").arg(signature(*command), command->summary));
+        return 0;
+    }
     CliArguments parsed;
     QString error;
     if (!parsed.parse(args.mid(command->words.size()), command->valueOptions, command->flagOptions, &error))

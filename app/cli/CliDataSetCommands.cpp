@@ -125,7 +125,22 @@ QList<CliCommand> CliDataSetCommands::commands()
         {words("export"), "DIR NAME OUT.las [--content split:NAME|mesh:NAME|cut:NAME|dem-classify]",
          "writes a dataset's points, or one of its contents, as a LAS 1.4 file (a split's labels as classes and in a \"label\" field)", 3, 3,
          &CliDataSetCommands::exportLas, {"--content"}},
+        {words("undo"), "DIR NAME",
+         "puts back the points as they were before the last cut or thinning (one level; other contents are kept)", 2,
+         2, &CliDataSetCommands::undo},
     };
+}
+
+int CliDataSetCommands::undo(const CliArguments& args)
+{
+    return withProject(args, [&args](PtCloud_Controller* controller) {
+        const QString name = args.positional(1);
+        PtCloudDataSet* dataSet = controller->getDataSet(name);
+        if (!dataSet) return CliConsole::fail(QStringLiteral("no dataset %1").arg(name));
+        if (!dataSet->undoContent_Points())
+            return CliConsole::fail(QStringLiteral("dataset %1 has no change of its points to undo").arg(name));
+        return 0;
+    });
 }
 
 bool CliDataSetCommands::chooseColumns(PtCloud_Controller* controller, const QStringList& lasKeys,

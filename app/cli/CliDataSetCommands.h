@@ -11,7 +11,7 @@ namespace ptCloud {
 class PtCloud_Controller;
 }
 
-// ptcloud dataset make | list | rename | remove | copy | merge | info | export.
+// ptcloud dataset make | list | rename | remove | copy | merge | info | export | undo.
 class CliDataSetCommands {
 public:
     static QList<CliCommand> commands();
@@ -34,4 +34,5 @@ private:
     static int merge(const CliArguments& args);
     static int info(const CliArguments& args);
     static int exportLas(const CliArguments& args);
+    static int undo(const CliArguments& args);
 };

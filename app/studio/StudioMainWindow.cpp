@@ -204,7 +204,7 @@ void StudioMainWindow::onImportLas()
 {
     OpenSaveDirectoryHistory& history = AppConfig::getInstance().module_openSaveHistory();
     const QString file = QFileDialog::getOpenFileName(this, tr("Import LAS file"), history.getHistory(kLasHistory),
-                                                      tr("LAS files (*.las);;All files (*)"));
+                                                      tr("LAS files (*.las *.laz);;All files (*)"));
     if (file.isEmpty()) return;
     history.setHistory(kLasHistory, file);
     QString error;

@@ -7,6 +7,9 @@
 #include <QJsonObject>
 #include <QRegularExpression>
 
+#include <cstdio>
+#include <unistd.h>
+
 #include "PtCloud_ContourFile.h"
 #include "PtCloud_DataSetFile.h"
 #include "PtCloud_JsonFile.h"
@@ -17,6 +20,8 @@ namespace ptCloud {
 namespace {
 const char* const kManifest = "dataset.json";
 const char* const kPointsFile = "points.pcb";
+// The points as they were before the last in-place change (cut, thinning).
+const char* const kPointsUndoFile = "points.undo.pcb";
 const char* const kDemMesh = "dem/dem_mesh.pcb";
 const char* const kDemHeightMap = "dem/heightmap.png";
 const char* const kDemContour = "dem/contour.pcc";
@@ -154,6 +159,13 @@ PtCloud_DataSetFile* PtCloudDataSet::getContent_PointDataSetFile() const { retur
 
 QString PtCloudDataSet::getFilePath_Points() const { return d->points->getFilepath(); }
 
+PtCloud_LocalFrame PtCloudDataSet::getLocalFrame() const
+{
+    PtCloud_LocalFrame frame;
+    PtCloud_LocalFrame::ofPointFile(getFilePath_Points(), &frame);
+    return frame;
+}
+
 QString PtCloudDataSet::createEmptyLocatedContent_Points()
 {
     if (!d->locatedPoints.isEmpty()) QFile::remove(d->locatedPoints);
@@ -170,20 +182,51 @@ bool PtCloudDataSet::updateContent_Points()
 {
     if (d->locatedPoints.isEmpty()) return false;
     const QString located = d->locatedPoints;
-    if (!PtCloud_DataSetFile(located).isValid()) return false;
+    if (!PtCloud_DataSetFile(located).isValid() || !keepPointsForUndo()) return false;
+    if (!replacePoints(located)) return false;
+    d->locatedPoints.clear();
+    return true;
+}
+
+bool PtCloudDataSet::keepPointsForUndo()
+{
+    // A second name for the current points, made under a temporary name and
+    // renamed over the previous undo copy: at every moment one whole undo
+    // copy exists, and a hard link costs no copy of the data.
+    const QByteArray points = QFile::encodeName(getFilePath_Points());
+    const QString part = undoPath_Points() + QStringLiteral(".part");
+    QFile::remove(part);
+    if (::link(points.constData(), QFile::encodeName(part).constData()) != 0 &&
+        !QFile::copy(getFilePath_Points(), part))
+        return false;
+    return ::rename(QFile::encodeName(part).constData(), QFile::encodeName(undoPath_Points()).constData()) == 0;
+}
+
+bool PtCloudDataSet::replacePoints(const QString& path)
+{
     const bool wasOpen = d->points->isOpened();
     d->points->closeFile();
     // rename(2) replaces the old points in one step; readers that still hold
     // the old file open keep reading it until they close.
-    if (::rename(QFile::encodeName(located).constData(),
-                 QFile::encodeName(d->points->getFilepath()).constData()) != 0) {
-        if (wasOpen) d->points->openFile();
-        return false;
-    }
-    d->locatedPoints.clear();
+    const bool renamed = ::rename(QFile::encodeName(path).constData(),
+                                  QFile::encodeName(getFilePath_Points()).constData()) == 0;
     if (wasOpen) d->points->openFile();
-    emit sgContentUpdated_Points(m_name);
-    return true;
+    if (renamed) emit sgContentUpdated_Points(m_name);
+    return renamed;
+}
+
+QString PtCloudDataSet::undoPath_Points() const { return d->folder.filePath(kPointsUndoFile); }
+
+qint64 PtCloudDataSet::getUndoSize_Points() const
+{
+    const QFileInfo undo(undoPath_Points());
+    return undo.exists() ? undo.size() : -1;
+}
+
+bool PtCloudDataSet::undoContent_Points()
+{
+    return getUndoSize_Points() >= 0 && PtCloud_DataSetFile(undoPath_Points()).isValid() &&
+           replacePoints(undoPath_Points());
 }
 
 // ---- named contents

@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "PtCloudEnums.h"
+#include "PtCloud_LocalFrame.h"
 
 namespace ptCloud {
 
@@ -34,10 +35,21 @@ public:
     // Points
     PtCloud_DataSetFile* getContent_PointDataSetFile() const;
     QString getFilePath_Points() const;
+    // The frame of the points: absolute = origin + relative. The identity
+    // frame while the points cannot be read.
+    PtCloud_LocalFrame getLocalFrame() const;
     // Path of a fresh, empty points file beside the dataset, for a long action to fill.
     QString createEmptyLocatedContent_Points();
-    // Adopts the points file written at the last located path (it replaces the old points).
+    // Adopts the points file written at the last located path (it replaces
+    // the old points, which are kept for one undo).
     bool updateContent_Points();
+    // One level of undo of the last in-place change of the points: the
+    // previous points file comes back as it was, byte for byte, and the
+    // undo is used up. Other contents are left as they are. False when
+    // there is nothing to undo.
+    bool undoContent_Points();
+    // Size in bytes of the points kept for undo; -1 when there are none.
+    qint64 getUndoSize_Points() const;
 
     // Meshes
     QMap<QString, PtCloud_DataSetFile*>* getContent_Meshs() const;
@@ -116,6 +128,10 @@ private:
     bool removeSingle(std::unique_ptr<File>& slot, SingleSignal removed);
     bool removeNamed(QMap<QString, PtCloud_DataSetFile*>& map, const QString& name, NamedSignal removed);
     void setName(const QString& name) { m_name = name; }
+    QString undoPath_Points() const;
+    bool keepPointsForUndo();
+    // Renames the file over the points and tells the scene.
+    bool replacePoints(const QString& path);
     struct Impl;
     std::unique_ptr<Impl> d;
     QString m_name;

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "PtCloud_LocalFrame.h"
+
 namespace ptCloud {
 
 namespace {
@@ -228,9 +230,8 @@ bool stPtCloud_PointArray::getPeace(unsigned int index, QMap<EDataSetColumn, QVa
 {
     out.clear();
     if (index >= unsigned(count) || positions.size() != size_t(count)) return false;
-    const pcVec3f& p = positions[index];
-    out.insert(DSC_Location, threeDoubles(origin.x + double(p.x), origin.y + double(p.y),
-                                          origin.z + double(p.z)));
+    const pcVec3d p = PtCloud_LocalFrame(origin).toAbsolute(positions[index]);
+    out.insert(DSC_Location, threeDoubles(p.x, p.y, p.z));
     if (index < colors.size()) {
         const pcVec4f& c = colors[index];
         auto to255 = [](float v) { return qBound(0, int(std::lround(v * 255.f)), 255); };

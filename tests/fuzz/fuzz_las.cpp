@@ -1,6 +1,7 @@
-// Fuzz target for the LAS header, VLR and record parser: any input is written
-// to a file, opened and read to the end, as columns and again as records. A
-// refusal is fine; a crash, a sanitizer report or a hang is not.
+// Fuzz target for the LAS header, VLR and record parser and the LAZ chunk
+// table and decoders: any input is written to a file, opened and read to the
+// end, as columns and again as records. A refusal is fine; a crash, a
+// sanitizer report or a hang is not.
 
 #include <QFile>
 #include <QTemporaryDir>

@@ -14,7 +14,7 @@ struct LasVlr {
     QString userId;
     quint16 recordId = 0;
     QString description;
-    QByteArray data;  // kept only for the coordinate-system records (GeoTIFF keys, WKT)
+    QByteArray data;  // kept only for the coordinate-system and laszip records
     quint64 length = 0;
     bool extended = false;
 };
@@ -41,6 +41,7 @@ struct LasHeader {
     QList<LasVlr> vlrs;          // VLRs and EVLRs that could be read
     QString wkt;                 // coordinate system as WKT, when the file has one
     QString geoKeys;             // GeoTIFF keys in readable form, when the file has them
+    QString compression;         // how compressed points are stored (LAZ, COPC); empty for plain LAS
 
     int standardRecordLength() const;  // bytes of the point format without extra bytes
     int extraBytes() const { return recordLength - standardRecordLength(); }

@@ -1,5 +1,8 @@
 #include "LasReader.h"
 
+#include "LazChunkReader.h"
+#include "LazFormat.h"
+
 #include <QtEndian>
 #include <algorithm>
 #include <cmath>
@@ -11,7 +14,6 @@ static_assert(Q_BYTE_ORDER == Q_LITTLE_ENDIAN, "records are decoded by copying l
 
 namespace {
 
-const char* const kCompressed = "compressed LAS is not supported yet";
 const int kVlrHeaderBytes = 54;
 const int kEvlrHeaderBytes = 60;
 const int kFullHeaderBytes = 375;
@@ -35,6 +37,10 @@ QString fixedText(const char* p, int size) {
 int minimumHeaderSize(int versionMinor) {
     if (versionMinor <= 2) return 227;
     return versionMinor == 3 ? 235 : kFullHeaderBytes;
+}
+
+bool isLaszipRecord(const LasVlr& v) {
+    return v.userId == QLatin1String("laszip encoded");
 }
 
 bool isProjectionRecord(const LasVlr& v) {
@@ -138,6 +144,8 @@ LasReader::~LasReader() { close(); }
 
 void LasReader::close() {
     if (m_file.isOpen()) m_file.close();
+    m_laz.reset();
+    m_compressed = false;
     m_header = LasHeader();
     m_read = 0;
     m_color8 = false;
@@ -147,15 +155,11 @@ void LasReader::close() {
 bool LasReader::open(const QString& path, QString* error) {
     close();
     QString why;
-    if (path.endsWith(QLatin1String(".laz"), Qt::CaseInsensitive)) {
-        why = QLatin1String(kCompressed);
-    } else {
-        m_file.setFileName(path);
-        if (!m_file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
-            why = QStringLiteral("cannot open %1: %2").arg(path, m_file.errorString());
-        else if (readHeader(&why) && readVlrs(&why) && readEvlrs(&why) && detectColorDepth(&why))
-            return true;
-    }
+    m_file.setFileName(path);
+    if (!m_file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+        why = QStringLiteral("cannot open %1: %2").arg(path, m_file.errorString());
+    else if (readHeader(&why) && (readVlrs(), readEvlrs(), openCompressed(&why)) && detectColorDepth(&why))
+        return true;
     close();
     if (error) *error = why;
     return false;
@@ -197,10 +201,7 @@ bool LasReader::readHeader(QString* why) {
     h.offsetToPointData = le<quint32>(p + 96);
     h.vlrCount = le<quint32>(p + 100);
     const quint8 rawFormat = quint8(p[104]);
-    if (rawFormat & 0x80) {
-        *why = QLatin1String(kCompressed);
-        return false;
-    }
+    m_compressed = rawFormat & 0x80;
     h.pointFormat = rawFormat & 0x3F;
     if (h.pointFormat > 10) {
         *why = QStringLiteral("unsupported point format %1").arg(h.pointFormat);
@@ -240,7 +241,7 @@ bool LasReader::readHeader(QString* why) {
                    .arg(h.offsetToPointData).arg(h.headerSize);
         return false;
     }
-    if (h.pointCount == 0) return true;
+    if (h.pointCount == 0 || m_compressed) return true;
     const quint64 available = quint64(std::max<qint64>(0, fileSize - qint64(h.offsetToPointData)));
     const quint64 complete = available / h.recordLength;
     if (complete < h.pointCount) {
@@ -251,7 +252,7 @@ bool LasReader::readHeader(QString* why) {
     return true;
 }
 
-bool LasReader::readVlrs(QString* why) {
+void LasReader::readVlrs() {
     LasHeader& h = m_header;
     quint64 pos = h.headerSize;
     for (quint32 i = 0; i < h.vlrCount; ++i) {
@@ -261,28 +262,23 @@ bool LasReader::readVlrs(QString* why) {
         const quint16 length = fits ? le<quint16>(head + 20) : 0;
         if (!fits || pos + kVlrHeaderBytes + length > h.offsetToPointData) {
             m_warnings << QStringLiteral("VLR %1 of %2 runs past point data offset").arg(i + 1).arg(h.vlrCount);
-            return true;
+            return;
         }
         LasVlr v;
         v.userId = fixedText(head + 2, 16);
         v.recordId = le<quint16>(head + 18);
         v.description = fixedText(head + 22, 32);
         v.length = length;
-        if (v.userId == QLatin1String("laszip encoded")) {
-            *why = QLatin1String(kCompressed);
-            return false;
-        }
-        if (isProjectionRecord(v)) v.data = m_file.read(length);
+        if (isProjectionRecord(v) || isLaszipRecord(v)) v.data = m_file.read(length);
         h.vlrs << v;
         pos += kVlrHeaderBytes + length;
     }
     // Version 1.0 files carry a 2-byte start signature before the points.
     if (h.offsetToPointData > pos + 2)
         m_warnings << QStringLiteral("%1 bytes between VLRs and point data").arg(h.offsetToPointData - pos);
-    return true;
 }
 
-bool LasReader::readEvlrs(QString* why) {
+void LasReader::readEvlrs() {
     LasHeader& h = m_header;
     const quint64 fileSize = quint64(m_file.size());
     quint64 pos = h.evlrStart;
@@ -298,11 +294,8 @@ bool LasReader::readEvlrs(QString* why) {
         v.length = le<quint64>(head + 20);
         v.description = fixedText(head + 28, 32);
         if (v.length > fileSize - pos - kEvlrHeaderBytes) break;
-        if (v.userId == QLatin1String("laszip encoded")) {
-            *why = QLatin1String(kCompressed);
-            return false;
-        }
-        if (isProjectionRecord(v) && v.length <= kMaxKeptRecord) v.data = m_file.read(qint64(v.length));
+        if ((isProjectionRecord(v) || isLaszipRecord(v)) && v.length <= kMaxKeptRecord)
+            v.data = m_file.read(qint64(v.length));
         h.vlrs << v;
         pos += kEvlrHeaderBytes + v.length;
     }
@@ -318,6 +311,32 @@ bool LasReader::readEvlrs(QString* why) {
         if (v.recordId == 34737) ascii = v.data;
     }
     h.geoKeys = readableGeoKeys(keys, doubles, ascii);
+}
+
+bool LasReader::openCompressed(QString* why) {
+    LasHeader& h = m_header;
+    const LasVlr* laszip = nullptr;
+    bool copc = false;
+    for (const LasVlr& v : h.vlrs) {
+        if (isLaszipRecord(v)) laszip = &v;
+        copc = copc || (v.userId == QLatin1String("copc") && v.recordId == 1);
+    }
+    if (!m_compressed && !laszip) return true;
+    m_compressed = true;
+    if (!laszip) {
+        *why = QStringLiteral("compressed point format %1 but no laszip VLR").arg(h.pointFormat);
+        return false;
+    }
+    LazFormat format;
+    if (!format.parse(laszip->data, why) || !format.check(h.pointFormat, h.recordLength, why)) return false;
+    m_laz.reset(new LazChunkReader);
+    if (!m_laz->open(m_file.fileName(), format, h.recordLength, h.offsetToPointData, h.pointCount, why)) return false;
+    h.compression = m_laz->describe();
+    if (copc) {
+        bool hierarchy = false;
+        for (const LasVlr& v : h.vlrs) hierarchy = hierarchy || (v.userId == QLatin1String("copc") && v.recordId == 1000);
+        h.compression += hierarchy ? QStringLiteral("; COPC with its octree hierarchy") : QStringLiteral("; COPC");
+    }
     return true;
 }
 
@@ -332,7 +351,23 @@ bool LasReader::detectColorDepth(QString* why) {
         const quint64 step = std::max<quint64>(1, h.pointCount / spans);
         std::vector<char> buf(size_t(span) * h.recordLength);
         bool small = true;
-        for (quint64 first = 0; first < h.pointCount && small; first += std::max(step, span)) {
+        auto allSmall = [&](quint64 k) {
+            for (quint64 i = 0; i < k && small; ++i) {
+                const char* c = buf.data() + i * h.recordLength + rgb;
+                small = le<quint16>(c) <= 255 && le<quint16>(c + 2) <= 255 && le<quint16>(c + 4) <= 255;
+            }
+        };
+        if (m_laz) {
+            // Compressed points are reached chunk by chunk: the heads of chunks spread over the file.
+            const int chunks = m_laz->chunkCount();
+            const int chunkStep = std::max(1, chunks / int(spans));
+            for (int c = 0; c < chunks && small; c += chunkStep) {
+                const quint32 k = quint32(std::min<quint64>(span, m_laz->chunkPoints(c)));
+                if (!m_laz->sample(c, k, buf.data(), why)) return false;
+                allSmall(k);
+            }
+        }
+        for (quint64 first = 0; !m_laz && first < h.pointCount && small; first += std::max(step, span)) {
             const quint64 k = std::min(span, h.pointCount - first);
             const qint64 bytes = qint64(k * h.recordLength);
             if (!m_file.seek(qint64(h.offsetToPointData + first * h.recordLength)) ||
@@ -340,10 +375,7 @@ bool LasReader::detectColorDepth(QString* why) {
                 *why = QStringLiteral("cannot read point %1: %2").arg(first).arg(m_file.errorString());
                 return false;
             }
-            for (quint64 i = 0; i < k && small; ++i) {
-                const char* c = buf.data() + i * h.recordLength + rgb;
-                small = le<quint16>(c) <= 255 && le<quint16>(c + 2) <= 255 && le<quint16>(c + 4) <= 255;
-            }
+            allSmall(k);
         }
         m_color8 = small;
     }
@@ -356,6 +388,7 @@ bool LasReader::detectColorDepth(QString* why) {
 
 bool LasReader::rewind() {
     if (!m_file.isOpen() || !m_file.seek(m_header.offsetToPointData)) return false;
+    if (m_laz) m_laz->rewind();
     m_read = 0;
     return true;
 }
@@ -376,8 +409,9 @@ template <class Decode> qint64 LasReader::readPoints(int maxPoints, QString* err
     for (int done = 0; done < n;) {
         const int k = std::min(perFill, n - done);
         const qint64 bytes = qint64(k) * recLen;
-        if (m_file.read(m_buffer.data(), bytes) != bytes)
-            return fail(QStringLiteral("LAS file ended after %1 of %2 points").arg(m_read + quint64(done))
+        QString why;
+        if (m_laz ? !m_laz->read(m_buffer.data(), quint64(k), &why) : m_file.read(m_buffer.data(), bytes) != bytes)
+            return fail(!why.isEmpty() ? why : QStringLiteral("LAS file ended after %1 of %2 points").arg(m_read + quint64(done))
                             .arg(h.pointCount));
         decode(m_buffer.data(), k, done);
         done += k;

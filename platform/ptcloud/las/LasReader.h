@@ -4,6 +4,7 @@
 #include <QList>
 #include <QString>
 #include <QStringList>
+#include <memory>
 #include <vector>
 
 #include "LasHeader.h"
@@ -13,11 +14,14 @@
 
 namespace ptCloud {
 
+class LazChunkReader;
+
 // Streaming reader of LAS 1.0 to 1.4, point formats 0 to 10. Reads the way
 // the established lidar libraries do: trusts the offset to the point data,
 // prefers the 64-bit count, keeps the whole classification byte in formats
 // 6-10 (low five bits in 0-5), scales 8-bit colours stored in 16-bit fields.
-// Memory does not grow with the file.
+// Memory does not grow with the file. LAZ files (compressed, COPC among
+// them) are recognised by their content and read the same way.
 class LasReader {
 public:
     LasReader();
@@ -51,8 +55,9 @@ public:
 
 private:
     bool readHeader(QString* why);
-    bool readVlrs(QString* why);
-    bool readEvlrs(QString* why);
+    void readVlrs();
+    void readEvlrs();
+    bool openCompressed(QString* why);
     bool detectColorDepth(QString* why);
     // Reads the next min(maxPoints, what is left) records a buffer at a time:
     // decode(nullptr, n, -1) first, then decode(records, k, at) for every k
@@ -64,6 +69,8 @@ private:
 
     QFile m_file;
     LasHeader m_header;
+    bool m_compressed = false;
+    std::unique_ptr<LazChunkReader> m_laz;
     quint64 m_read = 0;
     bool m_color8 = false;
     std::vector<char> m_buffer;

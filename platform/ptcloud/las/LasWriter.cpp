@@ -1,6 +1,11 @@
 #include "LasWriter.h"
 
 #include <QDate>
+
+#include "LazChunkCodec.h"
+#include "LazEncoder.h"
+#include "LazFormat.h"
+#include "LazIntegerModel.h"
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -21,6 +26,18 @@ const int kExtraBytesDescriptorBytes = 192;
 const quint8 kExtraBytesInt32 = 6;
 // Points encoded per write call.
 const int kPointsPerWrite = 32768;
+const quint32 kLazChunkPoints = 50000;
+
+// The laszip VLR's description of this writer's records.
+LazFormat lazFormat(bool withColor, bool withLabel) {
+    LazFormat f;
+    f.compressor = LazFormat::LayeredChunked;
+    f.chunkSize = kLazChunkPoints;
+    f.items.append({LazFormat::Point14, 30, 3});
+    if (withColor) f.items.append({LazFormat::Rgb14, 6, 3});
+    if (withLabel) f.items.append({LazFormat::Byte14, 4, 3});
+    return f;
+}
 
 template <class T> void put(char* p, T v) { std::memcpy(p, &v, sizeof(T)); }
 
@@ -60,6 +77,12 @@ bool LasWriter::open(const QString& path, bool withColor, const double scale[3],
     if (!m_file.open(QIODevice::WriteOnly))
         return fail(QStringLiteral("cannot write %1: %2").arg(path, m_file.errorString()));
     m_withColor = withColor;
+    const bool compressed = path.endsWith(QLatin1String(".laz"), Qt::CaseInsensitive);
+    const LazFormat laz = lazFormat(withColor, m_withLabel);
+    const QByteArray lazVlr = compressed ? laz.serialise() : QByteArray();
+    m_codec.reset(compressed ? new LazChunkCodec(laz, recordLength()) : nullptr);
+    m_chunk.clear();
+    m_chunkBytes.clear();
     std::copy(scale, scale + 3, m_scale);
     std::copy(offset, offset + 3, m_offset);
     m_count = 0;
@@ -67,7 +90,8 @@ bool LasWriter::open(const QString& path, bool withColor, const double scale[3],
     std::fill(m_max, m_max + 3, -std::numeric_limits<double>::max());
     std::fill(m_byReturn, m_byReturn + 15, 0);
     m_offsetToPoints = m_headerSize + (m_wkt.isEmpty() ? 0 : kVlrHeaderBytes + m_wkt.size()) +
-                       (m_withLabel ? kVlrHeaderBytes + kExtraBytesDescriptorBytes : 0);
+                       (m_withLabel ? kVlrHeaderBytes + kExtraBytesDescriptorBytes : 0) +
+                       (compressed ? kVlrHeaderBytes + lazVlr.size() : 0);
 
     // The header is written again by close(), once counts and bounds are known.
     std::vector<char> lead(m_offsetToPoints, '\0');
@@ -89,6 +113,16 @@ bool LasWriter::open(const QString& path, bool withColor, const double scale[3],
         put<quint8>(d + 2, kExtraBytesInt32);  // no no-data, min, max, scale or offset: options stay 0
         putText(d + 4, 32, "label");
         putText(d + 160, 32, "cluster or class label");
+        v += kVlrHeaderBytes + kExtraBytesDescriptorBytes;
+    }
+    if (compressed) {
+        putText(v + 2, 16, "laszip encoded");
+        put<quint16>(v + 18, LazFormat::kRecordId);
+        put<quint16>(v + 20, quint16(lazVlr.size()));
+        putText(v + 22, 32, "LAZ layered chunks");
+        std::memcpy(v + kVlrHeaderBytes, lazVlr.constData(), size_t(lazVlr.size()));
+        // Compressed points start with the chunk table's offset, known at close().
+        lead.resize(lead.size() + 8, '\0');
     }
     if (m_file.write(lead.data(), qint64(lead.size())) != qint64(lead.size()))
         return fail(QStringLiteral("cannot write %1: %2").arg(path, m_file.errorString()));
@@ -176,12 +210,33 @@ bool LasWriter::write(const stPtCloud_PointArray& points, QString* error) {
             }
             if (m_withLabel) put<qint32>(r + recLen - 4, label.at(i));
         }
-        const qint64 bytes = qint64(k) * recLen;
-        if (m_file.write(buf.data(), bytes) != bytes)
+        if (!putRecords(buf.data(), k))
             return fail(QStringLiteral("cannot write %1: %2").arg(m_file.fileName(), m_file.errorString()));
         m_count += quint64(k);
     }
     return true;
+}
+
+bool LasWriter::putRecords(const char* records, int k) {
+    const size_t bytes = size_t(k) * size_t(recordLength());
+    if (!m_codec) return m_file.write(records, qint64(bytes)) == qint64(bytes);
+    const size_t chunkBytes = size_t(kLazChunkPoints) * size_t(recordLength());
+    for (size_t at = 0; at < bytes;) {
+        const size_t take = std::min(bytes - at, chunkBytes - m_chunk.size());
+        m_chunk.insert(m_chunk.end(), records + at, records + at + take);
+        at += take;
+        if (m_chunk.size() == chunkBytes && !flushChunk()) return false;
+    }
+    return true;
+}
+
+bool LasWriter::flushChunk() {
+    if (m_chunk.empty()) return true;
+    const std::vector<uint8_t> coded = m_codec->encode(reinterpret_cast<const uint8_t*>(m_chunk.data()),
+                                                       quint32(m_chunk.size() / size_t(recordLength())));
+    m_chunk.clear();
+    m_chunkBytes.push_back(quint32(coded.size()));
+    return m_file.write(reinterpret_cast<const char*>(coded.data()), qint64(coded.size())) == qint64(coded.size());
 }
 
 bool LasWriter::close(QString* error) {
@@ -191,6 +246,25 @@ bool LasWriter::close(QString* error) {
         return false;
     };
     if (!m_file.isOpen()) return fail(QStringLiteral("no LAS file is open for writing"));
+    if (m_codec) {
+        // The chunk table: version, count, then each chunk's size coded as a step from the last.
+        if (!flushChunk())
+            return fail(QStringLiteral("cannot write %1: %2").arg(m_file.fileName(), m_file.errorString()));
+        char table[16];
+        put<qint64>(table, m_file.pos());
+        put<quint32>(table + 8, 0);
+        put<quint32>(table + 12, quint32(m_chunkBytes.size()));
+        LazEncoder e;
+        LazIntegerModel sizes(32, 2);
+        qint32 last = 0;
+        for (quint32 b : m_chunkBytes) last = sizes.code(e, last, qint32(b), 1);
+        e.finish();
+        const qint64 coded = qint64(e.bytes().size());
+        if (m_file.write(table + 8, 8) != 8 ||
+            m_file.write(reinterpret_cast<const char*>(e.bytes().data()), coded) != coded ||
+            !m_file.seek(m_offsetToPoints) || m_file.write(table, 8) != 8)
+            return fail(QStringLiteral("cannot write %1: %2").arg(m_file.fileName(), m_file.errorString()));
+    }
     std::vector<char> head(kHeaderBytes, '\0');
     char* h = head.data();
     std::memcpy(h, "LASF", 4);
@@ -204,8 +278,8 @@ bool LasWriter::close(QString* error) {
     put<quint16>(h + 92, quint16(today.year()));
     put<quint16>(h + 94, quint16(m_headerSize));
     put<quint32>(h + 96, m_offsetToPoints);
-    put<quint32>(h + 100, quint32((m_wkt.isEmpty() ? 0 : 1) + (m_withLabel ? 1 : 0)));
-    put<quint8>(h + 104, m_withColor ? 7 : 6);
+    put<quint32>(h + 100, quint32((m_wkt.isEmpty() ? 0 : 1) + (m_withLabel ? 1 : 0) + (m_codec ? 1 : 0)));
+    put<quint8>(h + 104, quint8((m_withColor ? 7 : 6) | (m_codec ? 0x80 : 0)));
     put<quint16>(h + 105, quint16(recordLength()));
     // The 32-bit counts at 107 and 111 stay 0, as formats 6 and up require.
     for (int a = 0; a < 3; ++a) {

@@ -3,13 +3,19 @@
 #include <QByteArray>
 #include <QSaveFile>
 #include <QString>
+#include <memory>
+#include <vector>
 
 #include "PtCloudTypes.h"
 #include "stPtCloud_PointArray.h"
 
 namespace ptCloud {
 
-// Writes LAS 1.4, point format 6 (7 with Color), which other software reads.
+class LazChunkCodec;
+
+// Writes LAS 1.4, point format 6 (7 with Color), which other software reads;
+// a path ending in .laz gets the same records compressed (LAZ, layered
+// chunks of 50 000 points with their chunk table).
 // Atomic: the target appears only when close() succeeds.
 // With the label field, every record ends in a signed 32-bit extra-bytes
 // attribute "label" (described in the standard's Extra Bytes record) taken
@@ -34,6 +40,9 @@ public:
 
 private:
     int recordLength() const;
+    // Records on their way to the file, through the chunk codec when compressing.
+    bool putRecords(const char* records, int k);
+    bool flushChunk();
 
     QSaveFile m_file;
     QByteArray m_wkt;  // NUL-terminated, empty when there is no coordinate system
@@ -46,6 +55,9 @@ private:
     quint64 m_byReturn[15] = {};
     quint32 m_headerSize = 375;
     quint32 m_offsetToPoints = 0;
+    std::unique_ptr<LazChunkCodec> m_codec;  // set when compressing
+    std::vector<char> m_chunk;               // records of the chunk being filled
+    std::vector<quint32> m_chunkBytes;       // compressed size of each chunk written
 };
 
 }  // namespace ptCloud

@@ -15,8 +15,6 @@ class TstLasManifest : public QObject {
 private slots:
     void readsEveryFile_data();
     void readsEveryFile();
-    void refusesCompressedFiles_data();
-    void refusesCompressedFiles();
 };
 
 void TstLasManifest::readsEveryFile_data() {
@@ -158,19 +156,6 @@ void TstLasManifest::readsEveryFile() {
         for (const pcVec4f& c : all.colors) top = std::max({top, c.x, c.y, c.z});
         QCOMPARE(int(std::lround(top * (rgbMax <= 255 ? 255.f : 65535.f))), rgbMax);
     }
-}
-
-void TstLasManifest::refusesCompressedFiles_data() {
-    LAS_REQUIRE_SHARED_DATA();
-    lasTestData::addRows(QStringLiteral("laz/"));
-}
-
-void TstLasManifest::refusesCompressedFiles() {
-    QFETCH(QString, key);
-    LasReader reader;
-    QString error;
-    QVERIFY(!reader.open(lasTestData::path(key), &error));
-    QCOMPARE(error, QStringLiteral("compressed LAS is not supported yet"));
 }
 
 QTEST_GUILESS_MAIN(TstLasManifest)
