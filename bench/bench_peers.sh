@@ -3,8 +3,8 @@
 # filter of `ptcloud run` against CloudCompare's command line on the same
 # points, in alternating rounds, with the median of the per-round ratios.
 #   PTCLOUD_BIN=build/app/cli/ptcloud bench/bench_peers.sh [POINTS = 1000000] [ROUNDS = 3]
-# Installs nothing: a peer that is not installed (CloudCompare, xvfb-run) is
-# skipped and only our own times are printed. CloudCompare reads the points
+# Installs nothing: when CloudCompare is not installed only our own times are
+# printed. It runs headless on Qt's offscreen platform. CloudCompare reads the points
 # as binary PLY, written from the same LAS file. The demo scene uses seed 7.
 # Thinning keeps 25 %: CloudCompare's `-SS SPATIAL` runs at the spacing that
 # keeps as many points (searched in untimed runs), and both results' smallest
@@ -17,13 +17,14 @@ BIN="${PTCLOUD_BIN:-build/app/cli/ptcloud}"
 [ -x "$BIN" ] || { echo "no ptcloud at $BIN (set PTCLOUD_BIN)" >&2; exit 2; }
 BIN="$(cd "$(dirname "$BIN")" && pwd)/$(basename "$BIN")"
 WORK="${BENCH_DIR:-$(mktemp -d /tmp/ptcloud-peers.XXXXXX)}"
+mkdir -p "$WORK"
 [ -n "${BENCH_DIR:-}" ] || trap 'rm -rf "$WORK"' EXIT
 CC=""
-if command -v CloudCompare >/dev/null && command -v xvfb-run >/dev/null; then CC="CloudCompare"; fi
+if command -v CloudCompare >/dev/null; then CC="CloudCompare"; fi
 TOLERANCE=0.1
 
 echo "peer benchmark: $POINTS points, $ROUNDS rounds, $(nproc) cores, load $(cut -d' ' -f1-3 /proc/loadavg)"
-[ -n "$CC" ] || echo "CloudCompare or xvfb-run not installed: only our own times"
+[ -n "$CC" ] || echo "CloudCompare not installed: only our own times"
 "$BIN" demo "$WORK/demo.las" --points "$POINTS" --seed 7 >/dev/null
 "$BIN" import "$WORK/demo.las" --project "$WORK/base" >/dev/null
 
@@ -97,8 +98,8 @@ EOF
 
 # The vertex count of a PLY file.
 plyCount() { head -c 400 "$1" | tr -d '\0' | sed -n 's/^element vertex \([0-9]*\).*/\1/p'; }
-ccRun() { xvfb-run -a "$CC" -SILENT -AUTO_SAVE OFF -C_EXPORT_FMT PLY -O "$WORK/demo.ply" "$@" -SAVE_CLOUDS; }
-fresh() { rm -rf "$WORK/run"; cp -r "$WORK/base" "$WORK/run"; }
+ccRun() { QT_QPA_PLATFORM=offscreen "$CC" -SILENT -AUTO_SAVE OFF -C_EXPORT_FMT PLY -O "$WORK/demo.ply" "$@" -SAVE_CLOUDS; }
+fresh() { rm -rf "$WORK/run" "$WORK"/demo_COMPONENT*; cp -r "$WORK/base" "$WORK/run"; }
 
 median() { sort -g | awk '{a[NR]=$1} END {print (NR % 2 ? a[(NR + 1) / 2] : (a[NR / 2] + a[NR / 2 + 1]) / 2)}'; }
 
@@ -133,9 +134,9 @@ PEER_SS=""
 if [ -n "$CC" ]; then
   spacing=$(python3 -c "import sys; print(1.0)")
   for _ in 1 2 3 4 5 6; do
-    rm -f "$WORK"/demo_*SPATIAL*.ply
+    rm -f "$WORK"/demo_SUBSAMPLED*.ply
     ccRun -SS SPATIAL "$spacing" >/dev/null 2>&1
-    kept=$(plyCount "$(ls "$WORK"/demo_*SPATIAL*.ply | head -1)")
+    kept=$(plyCount "$(ls "$WORK"/demo_SUBSAMPLED*.ply | head -1)")
     spacing=$(echo "$spacing * sqrt($kept / $TARGET)" | bc -l)
   done
   PEER_SS="ccRun -SS SPATIAL $spacing"
@@ -144,7 +145,7 @@ compare "thinning to 25 %" "$BIN run $WORK/run demo --func 200 --params [0.25,5,
 "$BIN" dataset export "$WORK/run" demo "$WORK/thinned.las" >/dev/null
 echo "  kept points and smallest nearest-neighbour distance (m): ours $(python3 "$WORK/nn.py" "$WORK/thinned.las")"
 if [ -n "$CC" ]; then
-  echo "  CloudCompare: $(python3 "$WORK/nn.py" "$(ls "$WORK"/demo_*SPATIAL*.ply | head -1)")"
+  echo "  CloudCompare: $(python3 "$WORK/nn.py" "$(ls "$WORK"/demo_SUBSAMPLED*.ply | head -1)")"
 fi
 
 # Euclidean clustering at 0.1 m against connected components at the octree
