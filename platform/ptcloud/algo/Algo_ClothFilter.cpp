@@ -177,20 +177,14 @@ bool buildSurface(const std::vector<pcVec3f>& points, Cloth& cloth, Algo_KdTree:
 }
 
 // Moves the two ends of a spring towards each other, closing `share` of the
-// gap; a stuck end stays and the free one closes it alone.
-inline void pull(Cloth& cloth, size_t a, size_t b, float share)
+// gap; a stuck end stays and the free one closes it alone. Without branches
+// (a stuck end moves by exactly 0), so a row of springs runs in vector lanes.
+inline void pull(float* __restrict height, const uint8_t* __restrict fixed, size_t a, size_t b, float share)
 {
-    const bool fa = cloth.fixed[a], fb = cloth.fixed[b];
-    if (fa && fb) return;
-    const float gap = (cloth.height[b] - cloth.height[a]) * share;
-    if (!fa && !fb) {
-        cloth.height[a] += gap * 0.5f;
-        cloth.height[b] -= gap * 0.5f;
-    } else if (!fa) {
-        cloth.height[a] += gap;
-    } else {
-        cloth.height[b] -= gap;
-    }
+    const float fa = float(fixed[a]), fb = float(fixed[b]);
+    const float gap = (height[b] - height[a]) * share;
+    height[a] += gap * ((1.f - fa) * (1.f - 0.5f * (1.f - fb)));
+    height[b] -= gap * ((1.f - fb) * (1.f - 0.5f * (1.f - fa)));
 }
 
 // One step: gravity on the free particles (Verlet with damping), then the
@@ -198,71 +192,91 @@ inline void pull(Cloth& cloth, size_t a, size_t b, float share)
 // vertical pairs) so that no particle is written by two threads at once,
 // then collision with the surface. Each row only visits the span of columns
 // that still holds free particles, which shrinks as the cloth settles.
-// Returns the largest movement and the number of particles that came to
-// rest on the surface.
+// The work is streamed in three sweeps over the cloth: gravity and the
+// horizontal springs stay within a row; a row is final, and collides, once
+// the odd vertical pair holding it is done. Returns the largest movement and
+// the number of particles that came to rest on the surface.
 struct StepResult {
     float moved = 0.f;
     size_t landed = 0;
 };
 
+void fallAndPullAlongRow(Cloth& cloth, size_t r, float fallPerStep, float share)
+{
+    float* __restrict height = cloth.height.data() + cloth.index(0, int(r));
+    float* __restrict previous = cloth.previous.data() + cloth.index(0, int(r));
+    const uint8_t* __restrict fixed = cloth.fixed.data() + cloth.index(0, int(r));
+    // A stuck particle moves by exactly 0; its previous height is not read again.
+    for (int c = cloth.lo[r]; c <= cloth.hi[r]; ++c) {
+        const float h = height[c], free = 1.f - float(fixed[c]);
+        height[c] = h + (h - previous[c]) * (1.f - kDamping) * free - fallPerStep * free;
+        previous[c] = h;
+    }
+    for (int parity = 0; parity < 2; ++parity) {
+        int c = std::max(0, cloth.lo[r] - 1);
+        if (c % 2 != parity) ++c;
+        for (const int last = std::min(cloth.hi[r], cloth.cols - 2); c <= last; c += 2)
+            pull(height, fixed, size_t(c), size_t(c) + 1, share);
+    }
+}
+
+void pullDown(Cloth& cloth, size_t r, float share)
+{
+    float* __restrict height = cloth.height.data() + cloth.index(0, int(r));
+    const uint8_t* __restrict fixed = cloth.fixed.data() + cloth.index(0, int(r));
+    const size_t down = size_t(cloth.cols);
+    const int last = std::max(cloth.hi[r], cloth.hi[r + 1]);
+    for (int c = std::min(cloth.lo[r], cloth.lo[r + 1]); c <= last; ++c)
+        pull(height, fixed, size_t(c), size_t(c) + down, share);
+}
+
+void collideRow(Cloth& cloth, size_t r, float& moved, size_t& landed)
+{
+    const size_t row = cloth.index(0, int(r));
+    float* __restrict height = cloth.height.data() + row;
+    const float* __restrict previous = cloth.previous.data() + row;
+    const float* __restrict surface = cloth.surface.data() + row;
+    uint8_t* __restrict fixed = cloth.fixed.data() + row;
+    int lo = cloth.cols, hi = -1;
+    for (int c = cloth.lo[r]; c <= cloth.hi[r]; ++c) {
+        if (fixed[c]) continue;
+        if (height[c] <= surface[c]) {
+            height[c] = surface[c];
+            fixed[c] = 1;
+            ++landed;
+        } else {
+            lo = std::min(lo, c);
+            hi = c;
+        }
+        moved = std::max(moved, std::fabs(height[c] - previous[c]));
+    }
+    cloth.lo[r] = lo;
+    cloth.hi[r] = hi;
+}
+
 StepResult step(Cloth& cloth, float fallPerStep, float share)
 {
     const size_t rows = size_t(cloth.rows), cols = size_t(cloth.cols);
     parallelFor(rows, cols, [&](size_t b, size_t e, size_t) {
-        for (size_t r = b; r < e; ++r)
-            for (int c = cloth.lo[r]; c <= cloth.hi[r]; ++c) {
-                const size_t i = cloth.index(c, int(r));
-                if (cloth.fixed[i]) continue;
-                const float h = cloth.height[i];
-                cloth.height[i] = h + (h - cloth.previous[i]) * (1.f - kDamping) - fallPerStep;
-                cloth.previous[i] = h;
-            }
+        for (size_t r = b; r < e; ++r) fallAndPullAlongRow(cloth, r, fallPerStep, share);
     });
-    for (int parity = 0; parity < 2; ++parity) {
-        parallelFor(rows, cols, [&](size_t b, size_t e, size_t) {
-            for (size_t r = b; r < e; ++r) {
-                int c = std::max(0, cloth.lo[r] - 1);
-                if (c % 2 != parity) ++c;
-                for (const int last = std::min(cloth.hi[r], cloth.cols - 2); c <= last; c += 2)
-                    pull(cloth, cloth.index(c, int(r)), cloth.index(c + 1, int(r)), share);
-            }
-        });
-    }
-    for (int parity = 0; parity < 2; ++parity) {
-        const size_t pairs = rows > size_t(parity) ? (rows - size_t(parity)) / 2 : 0;
-        parallelFor(pairs, cols, [&](size_t b, size_t e, size_t) {
-            for (size_t k = b; k < e; ++k) {
-                const size_t r = size_t(parity) + 2 * k;
-                const int last = std::max(cloth.hi[r], cloth.hi[r + 1]);
-                for (int c = std::min(cloth.lo[r], cloth.lo[r + 1]); c <= last; ++c)
-                    pull(cloth, cloth.index(c, int(r)), cloth.index(c, int(r) + 1), share);
-            }
-        });
-    }
+    parallelFor(rows / 2, cols, [&](size_t b, size_t e, size_t) {
+        for (size_t k = b; k < e; ++k) pullDown(cloth, 2 * k, share);
+    });
     std::vector<float> largest(threadCount(), 0.f);
     std::vector<size_t> landed(threadCount(), 0);
-    parallelFor(rows, cols, [&](size_t b, size_t e, size_t part) {
-        float local = 0.f;
-        for (size_t r = b; r < e; ++r) {
-            int lo = cloth.cols, hi = -1;
-            for (int c = cloth.lo[r]; c <= cloth.hi[r]; ++c) {
-                const size_t i = cloth.index(c, int(r));
-                if (cloth.fixed[i]) continue;
-                if (cloth.height[i] <= cloth.surface[i]) {
-                    cloth.height[i] = cloth.surface[i];
-                    cloth.fixed[i] = 1;
-                    ++landed[part];
-                } else {
-                    lo = std::min(lo, c);
-                    hi = c;
-                }
-                local = std::max(local, std::fabs(cloth.height[i] - cloth.previous[i]));
-            }
-            cloth.lo[r] = lo;
-            cloth.hi[r] = hi;
+    const size_t oddPairs = rows > 1 ? (rows - 1) / 2 : 0;
+    parallelFor(oddPairs, cols, [&](size_t b, size_t e, size_t part) {
+        for (size_t k = b; k < e; ++k) {
+            const size_t r = 1 + 2 * k;
+            pullDown(cloth, r, share);
+            collideRow(cloth, r, largest[part], landed[part]);
+            collideRow(cloth, r + 1, largest[part], landed[part]);
         }
-        largest[part] = std::max(largest[part], local);
     });
+    // The rows no odd pair holds: the first, and the last of an even count.
+    collideRow(cloth, 0, largest[0], landed[0]);
+    if (rows > 1 && rows - 1 > 2 * oddPairs) collideRow(cloth, rows - 1, largest[0], landed[0]);
     StepResult result;
     result.moved = *std::max_element(largest.begin(), largest.end());
     for (size_t n : landed) result.landed += n;
