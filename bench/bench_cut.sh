@@ -29,16 +29,15 @@ POINTS_FILE="$WORK/p/datasets/demo/points.pcb"
 INFO="$("$BIN" dataset info "$WORK/p" demo --json)"
 # The box: the middle of the plan, sqrt(0.1) of each side, every height.
 BOX="$(echo "$INFO" | awk '{
-    match($0, /"min":\[[^]]*\]/); split(substr($0, RSTART + 7, RLENGTH - 8), lo, ",");
-    match($0, /"max":\[[^]]*\]/); split(substr($0, RSTART + 7, RLENGTH - 8), hi, ",");
+    match($0, /"bounds":\[[^]]*\]/); split(substr($0, RSTART + 10, RLENGTH - 11), b, ",");
     f = sqrt(0.1);
-    printf "%.3f,%.3f,%.3f,%.3f,%.3f,%.3f", (lo[1] + hi[1]) / 2, (lo[2] + hi[2]) / 2, (lo[3] + hi[3]) / 2,
-           f * (hi[1] - lo[1]), f * (hi[2] - lo[2]), 2 * (hi[3] - lo[3]) + 1 }')"
+    printf "%.3f,%.3f,%.3f,%.3f,%.3f,%.3f", (b[1] + b[4]) / 2, (b[2] + b[5]) / 2, (b[3] + b[6]) / 2,
+           f * (b[4] - b[1]), f * (b[5] - b[2]), 2 * (b[6] - b[3]) + 1 }')"
 MIB=$(( $(stat -c %s "$POINTS_FILE") / 1048576 ))
 echo "ptcloud cut benchmark: $(nproc) cores, $POINTS points, points file $MIB MiB, box $BOX"
 
 cp "$POINTS_FILE" "$WORK/copy.pcb"; rm "$WORK/copy.pcb"   # warms the cache
-cp_s=""; cps_s=""; cut_s=""; peak_mib=0; removed=""
+cp_s=""; cps_s=""; cut_s=""; peak_mib=0; left=""
 for ((round = 1; round <= ROUNDS; ++round)); do
   measure cp "$POINTS_FILE" "$WORK/copy.pcb"
   if less_than "$SECONDS_TAKEN" "$cp_s"; then cp_s="$SECONDS_TAKEN"; fi
@@ -49,10 +48,10 @@ for ((round = 1; round <= ROUNDS; ++round)); do
   measure "$BIN" cut "$WORK/p" demo --box "$BOX" --inner
   if less_than "$SECONDS_TAKEN" "$cut_s"; then cut_s="$SECONDS_TAKEN"; fi
   if [ $((PEAK_KIB / 1024)) -gt "$peak_mib" ]; then peak_mib=$((PEAK_KIB / 1024)); fi
-  removed="$("$BIN" dataset info "$WORK/p" demo --json | sed -n 's/.*"points":\([0-9]*\).*/\1/p')"
+  left="$("$BIN" dataset info "$WORK/p" demo --json | sed -n 's/.*"points":\([0-9]*\).*/\1/p')"
   "$BIN" dataset undo "$WORK/p" demo
 done
-echo "points left after the cut: $removed of $POINTS"
+echo "points left after the cut: $left of $POINTS"
 printf '%-8s %-10s %-8s %-9s %-17s %-13s %-11s %s\n' "cp s" "cp+sync s" "cut s" "cut/cp" "cut/(cp+sync)" "peak RSS MiB" "peak/file" "load"
 printf '%-8s %-10s %-8s %-9s %-17s %-13s %-11s %s\n' "$cp_s" "$cps_s" "$cut_s" "$(ratio_of "$cut_s" "$cp_s")" \
   "$(ratio_of "$cut_s" "$cps_s")" "$peak_mib" "$(ratio_of "$peak_mib" "$MIB")" "$(cut -d' ' -f1-3 /proc/loadavg)"

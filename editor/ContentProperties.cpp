@@ -90,6 +90,10 @@ ContentProperties::Rows ContentProperties::ofDataSet(const PtCloudDataSet* dataS
     if (dataSet->getContent_Dem_Classify()) dem << tr("classify");
     rows << qMakePair(tr("dem"), dem.isEmpty() ? tr("none") : dem.join(QStringLiteral(", ")))
          << qMakePair(tr("disk size"), QLocale().formattedDataSize(dataSet->diskSize()))
+         << qMakePair(tr("undo"), dataSet->getUndoSize_Points() < 0
+                                      ? tr("none")
+                                      : tr("previous points, %1").arg(
+                                            QLocale().formattedDataSize(dataSet->getUndoSize_Points())))
          << qMakePair(tr("folder"), dataSet->getFolder());
     return rows;
 }

@@ -15,6 +15,8 @@
 #include "Dlg_Do_Sample.h"
 #include "Dlg_Do_Split.h"
 #include "Dlg_Progress_P3DWrapper.h"
+#include "Func_Cut_Widget.h"
+#include "Func_Measure_Widget.h"
 #include "PtCloudDataSet.h"
 #include "PtCloudWidget.h"
 #include "PtCloud_Controller.h"
@@ -129,7 +131,10 @@ DataSetViewer::DataSetViewer(PtCloudScene* scene, PtCloudWidget* view)
     ui->stackedWidget_properties->setCurrentIndex(Page_DataSet);
 }
 
-DataSetViewer::~DataSetViewer() = default;
+// The panels are children of the view and would outlive the scene controller
+// they point into; they go first, while the view's root and manipulator they
+// clean up are still there.
+DataSetViewer::~DataSetViewer() { closeToolPanels(); }
 
 PtCloudDataSet* DataSetViewer::dataSet() const
 {
@@ -150,7 +155,8 @@ void DataSetViewer::reset()
     rebuildTree();
     for (QLabel* info : findChildren<QLabel*>(QRegularExpression(QStringLiteral("^label_info_")))) info->clear();
     ui->stackedWidget_properties->setCurrentIndex(Page_DataSet);
-    closeToolPanels();
+    // A closed panel no longer brings the viewer back when it is destroyed.
+    if (closeToolPanels()) show();
 }
 
 // ---- tool panels
@@ -175,17 +181,26 @@ QPoint DataSetViewer::toolPanelPosition(const QSize& view, const QSize& panel)
     return QPoint(x, y);
 }
 
-void DataSetViewer::closeToolPanels()
+bool DataSetViewer::closeToolPanels()
 {
+    bool closed = false;
     for (MovableSubWidget** slot : {&m_pFuncCut, &m_pFuncMeasure, &m_pFuncSection, &m_pFuncVolume}) {
         MovableSubWidget* panel = *slot;
         if (!panel) continue;
+        closed = true;
         // A closed panel is deleted later; its end must not reset the slot of
         // the panel opened after it.
         disconnect(panel, SIGNAL(destroyed(QObject*)), this, SLOT(onWindowDestory_func()));
         *slot = nullptr;
         panel->close();
     }
+    return closed;
+}
+
+template <class Panel>
+void DataSetViewer::openTool(EToolPanel which)
+{
+    if (dataSet()) openToolPanel(which, new Panel(m_scene, m_view));
 }
 
 void DataSetViewer::openToolPanel(EToolPanel which, MovableSubWidget* panel)
@@ -285,8 +300,6 @@ void DataSetViewer::onClickedTool_Split()
                    PtCloudScene::Content_Split);
 }
 
-// The cut, measure, section and volume panels belong to the tools library,
-// which this build does not include yet: their buttons open nothing.
 void DataSetViewer::onClickedTool_Volumn() {}
 
 void DataSetViewer::onClickedTool_DriveLine()
@@ -294,11 +307,11 @@ void DataSetViewer::onClickedTool_DriveLine()
     QMessageBox::information(this, QCoreApplication::translate("dataset_shown_widget", "warning"), QCoreApplication::translate("dataset_shown_widget", "Not surpported"));
 }
 
-void DataSetViewer::onClickedTool_Cut() {}
+void DataSetViewer::onClickedTool_Cut() { openTool<Func_Cut_Widget>(Tool_Cut); }
 
 void DataSetViewer::onClickedTool_Section() {}
 
-void DataSetViewer::onClickedTool_Measure() {}
+void DataSetViewer::onClickedTool_Measure() { openTool<Func_Measure_Widget>(Tool_Measure); }
 
 QSet<QString> DataSetViewer::existingNames(const QMap<QString, PtCloud_DataSetFile*>* contents) const
 {

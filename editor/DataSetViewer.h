@@ -98,7 +98,10 @@ private:
     // runner, and the content kept only when the runner succeeded.
     void runNamedAction(Dlg_Do_Named& dialog, CreateContent create, AddContent add, PtCloudScene::EContentKind kind);
     QSet<QString> existingNames(const QMap<QString, ptCloud::PtCloud_DataSetFile*>* contents) const;
-    void closeToolPanels();
+    // Opens a panel of this class, made with (scene, view), on the shown dataset.
+    template <class Panel> void openTool(EToolPanel which);
+    // Closes every open panel; true when one was open.
+    bool closeToolPanels();
 
     void rebuildTree();
     QTreeWidgetItem* branch(PtCloudScene::EContentKind kind) const;

@@ -16,6 +16,7 @@
 #include <QTimer>
 
 #include "AppConfig.h"
+#include "DataSetViewer.h"
 #include "OsgGraphItem_PcDataSet.h"
 #include "PtCloudDataSet.h"
 #include "PtCloudScene.h"
@@ -74,6 +75,9 @@ void StudioMainWindow::buildMenus()
     file->addSeparator();
     file->addAction(tr("&Quit"), this, &QWidget::close, QKeySequence::Quit);
 
+    QMenu* edit = menuBar()->addMenu(tr("&Edit"));
+    edit->addAction(tr("Undo"), this, &StudioMainWindow::onUndo, QKeySequence::Undo);
+
     QMenu* view = menuBar()->addMenu(tr("&View"));
     view->addAction(tr("Perspective"), m_view, &PtCloudWidget::doCmd_View_Perspective);
     view->addAction(tr("Ortho"), m_view, &PtCloudWidget::doCmd_View_Ortho);
@@ -95,6 +99,27 @@ void StudioMainWindow::buildMenus()
     window->addAction(tr("Copy DataSet..."), m_view, &PtCloudWidget::doCmd_ShowWindow_DataSet_Copy);
     window->addAction(tr("Merge DataSets..."), m_view, &PtCloudWidget::doCmd_ShowWindow_DataSet_Merge);
     window->addAction(tr("Show DataSet..."), m_view, &PtCloudWidget::doCmd_ShowWindow_DataSet_Focuse);
+
+    // The tool panels of the dataset viewer, on the shown dataset.
+    QMenu* tools = menuBar()->addMenu(tr("&Tools"));
+    const auto openTool = [this](void (DataSetViewer::*slot)()) {
+        return [this, slot] {
+            PtCloudScene* scene = m_view ? m_view->ptCloudScene() : nullptr;
+            if (DataSetViewer* viewer = scene ? scene->dataSetViewer() : nullptr) (viewer->*slot)();
+        };
+    };
+    tools->addAction(tr("Cut"), this, openTool(&DataSetViewer::onClickedTool_Cut));
+    tools->addAction(tr("Measure"), this, openTool(&DataSetViewer::onClickedTool_Measure));
+}
+
+void StudioMainWindow::onUndo()
+{
+    PtCloudScene* scene = m_view ? m_view->ptCloudScene() : nullptr;
+    PtCloudDataSet* dataSet = scene ? scene->currentDataSet() : nullptr;
+    const bool undone = dataSet && dataSet->undoContent_Points();
+    m_statusMessage->setText(undone ? tr("Points of %1 put back as they were").arg(dataSet->getName())
+                                    : tr("Nothing to undo"));
+    QTimer::singleShot(3000, m_statusMessage, &QLabel::clear);
 }
 
 bool StudioMainWindow::openProject(const QString& folder, QString* error)

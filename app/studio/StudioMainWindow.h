@@ -36,6 +36,8 @@ private slots:
     void onOpenProject();
     void onImportLas();
     void onCloseProject();
+    // One level of undo of the shown dataset's last change of its points.
+    void onUndo();
     void onProjectChanged();
     void updateStatus();
 

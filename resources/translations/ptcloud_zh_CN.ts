@@ -10,18 +10,18 @@
     </message>
     <message>
         <location line="+50"/>
-        <location line="+24"/>
+        <location line="+28"/>
         <source>name</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="-21"/>
-        <location line="+28"/>
+        <location line="-25"/>
+        <location line="+32"/>
         <source>points</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="-25"/>
+        <location line="-29"/>
         <source>meshes</source>
         <translation type="unfinished"></translation>
     </message>
@@ -62,16 +62,27 @@
     </message>
     <message>
         <location line="+0"/>
+        <location line="+3"/>
         <source>none</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location line="-2"/>
         <source>disk size</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
         <location line="+1"/>
+        <source>undo</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>previous points, %1</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+2"/>
         <source>folder</source>
         <translation type="unfinished"></translation>
     </message>
@@ -508,7 +519,7 @@
     </message>
     <message>
         <location line="+1"/>
-        <location filename="../../editor/DataSetViewer.cpp" line="+440"/>
+        <location filename="../../editor/DataSetViewer.cpp" line="+456"/>
         <source>Mesh</source>
         <translation type="unfinished"></translation>
     </message>
@@ -653,7 +664,7 @@
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location filename="../../editor/DataSetViewer.cpp" line="-367"/>
+        <location filename="../../editor/DataSetViewer.cpp" line="-381"/>
         <source>Do you want to delete the mesh?</source>
         <translation type="unfinished"></translation>
     </message>
@@ -693,7 +704,7 @@
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+174"/>
+        <location line="+190"/>
         <source>Question</source>
         <translation type="unfinished"></translation>
     </message>
@@ -704,7 +715,7 @@ Are you sure?</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+36"/>
+        <location line="+34"/>
         <source>warning</source>
         <translation type="unfinished"></translation>
     </message>
@@ -1077,6 +1088,256 @@ Are you sure?</source>
     </message>
 </context>
 <context>
+    <name>func_cut_widget</name>
+    <message>
+        <location filename="../../tools/Func_Cut_Widget.ui" line="+14"/>
+        <source>Cut</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+23"/>
+        <source>Click a point of the cloud to centre the box and the sphere on it</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+3"/>
+        <source>Select Center</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+41"/>
+        <source>...</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+27"/>
+        <source>Box</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+13"/>
+        <location line="+214"/>
+        <source>center X</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="-188"/>
+        <location line="+33"/>
+        <location line="+33"/>
+        <location line="+33"/>
+        <location line="+33"/>
+        <location line="+33"/>
+        <location line="+49"/>
+        <location line="+33"/>
+        <location line="+33"/>
+        <location line="+33"/>
+        <source>meter</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="-306"/>
+        <location line="+214"/>
+        <source>center Y</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="-181"/>
+        <location line="+214"/>
+        <source>center Z</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="-181"/>
+        <source>size X</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+33"/>
+        <source>size Y</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+33"/>
+        <source>size Z</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+36"/>
+        <source>Sphere</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+112"/>
+        <source>radius</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+38"/>
+        <source>Remove every point outside the shape</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+3"/>
+        <source>Cut Outter</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+25"/>
+        <source>Remove every point inside the shape</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+3"/>
+        <source>Cut Inner</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location filename="../../tools/Func_Cut_Widget.cpp" line="+183"/>
+        <source>error</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Unexpected error: the data set file can not edit.</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
+    <name>func_measure_widget</name>
+    <message>
+        <location filename="../../tools/Func_Measure_Widget.ui" line="+14"/>
+        <source>Measure</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+23"/>
+        <source>Pick a point and read its attributes</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+3"/>
+        <source>Point</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+16"/>
+        <source>Pick two points: their distance</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+3"/>
+        <location line="+77"/>
+        <source>Length</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="-61"/>
+        <source>Pick three points: the area of their triangle</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+3"/>
+        <location line="+86"/>
+        <source>Area</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="-57"/>
+        <source>...</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+43"/>
+        <source>Plane Length</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+28"/>
+        <source>Plane Area</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+16"/>
+        <source>Point A</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+29"/>
+        <source>Point B</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+29"/>
+        <source>Point C</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location filename="../../tools/Func_Measure_Widget.cpp" line="+39"/>
+        <source>Location</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Color</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Intensity</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Classification</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Return</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Returns given pulse</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Scan direction flag</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Edge of flighting line</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Scan angle rank</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>User data</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Point source id</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Gps time</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+8"/>
+        <source>number: %1</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
     <name>las_files_dialog</name>
     <message>
         <location filename="../../dialogs/Dlg_LasFiles.ui" line="+6"/>
@@ -1198,7 +1459,7 @@ Are you sure?</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location filename="../../processing/Dlg_Progress_P3DWrapper.cpp" line="+22"/>
+        <location filename="../../processing/Dlg_Progress_P3DWrapper.cpp" line="+21"/>
         <source>Failed with error : invalid datset.</source>
         <translation type="unfinished"></translation>
     </message>
@@ -1223,7 +1484,7 @@ Are you sure?</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+120"/>
+        <location line="+129"/>
         <source>warninig</source>
         <translation type="unfinished"></translation>
     </message>

@@ -26,12 +26,17 @@ bool TestProject::writeGridLas(const QString& path, int n, const pcVec3d& origin
             if (withColor) points.colors.emplace_back(float(i) / float(n), float(j) / float(n), 0.2f, 1.f);
         }
     points.count = int(points.positions.size());
+    return writeLas(path, points);
+}
+
+bool TestProject::writeLas(const QString& path, const stPtCloud_PointArray& points)
+{
     const double scale[3] = {0.001, 0.001, 0.001};
-    const double offset[3] = {origin.x, origin.y, origin.z};
+    const double offset[3] = {points.origin.x, points.origin.y, points.origin.z};
     LasWriter writer;
     QString error;
-    return writer.open(path, withColor, scale, offset, QString(), &error) && writer.write(points, &error) &&
-           writer.close(&error);
+    return writer.open(path, !points.colors.empty(), scale, offset, QString(), &error) &&
+           writer.write(points, &error) && writer.close(&error);
 }
 
 void TestProject::isolateSettings(const QString& folder)
@@ -68,6 +73,14 @@ bool TestProject::addGridDataSet(const QString& name, int n, const pcVec3d& orig
     QList<EDataSetColumn> columns{DSC_Location};
     if (withColor) columns << DSC_Color;
     return controller()->doCmd_DataSet_Make({{key}, columns, name}) == PCAR_Success;
+}
+
+bool TestProject::addDataSet(const QString& name, const stPtCloud_PointArray& points)
+{
+    const QString las = m_dir.filePath(name + ".las");
+    QString key;
+    return writeLas(las, points) && controller()->doCmd_LasFile_Import({las}, &key) == PCAR_Success &&
+           controller()->doCmd_DataSet_Make({{key}, {DSC_Location}, name}) == PCAR_Success;
 }
 
 bool TestProject::addPointCopy(const QString& dataSetName, const QString& kind, const QString& name)

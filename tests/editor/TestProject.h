@@ -7,6 +7,7 @@
 #include "Scene.h"
 
 namespace ptCloud {
+class stPtCloud_PointArray;
 class PtCloud_Controller;
 class PtCloudDataSet;
 }  // namespace ptCloud
@@ -19,6 +20,8 @@ public:
     // Points of a grid: n x n, x and y from the origin in 1 m steps,
     // z = origin.z + 0.1 * x. Colour (when asked) red along x, green along y.
     static bool writeGridLas(const QString& path, int n, const ptCloud::pcVec3d& origin, bool withColor);
+    // Any points (positions relative to points.origin), with their colours when they have some.
+    static bool writeLas(const QString& path, const ptCloud::stPtCloud_PointArray& points);
     // Keeps the test's settings (skin, folder history) in the folder.
     static void isolateSettings(const QString& folder);
 
@@ -32,6 +35,7 @@ public:
     // Writes a grid LAS file, imports it and makes a dataset of it with
     // Location (and Color when asked); false when any step fails.
     bool addGridDataSet(const QString& name, int n, const ptCloud::pcVec3d& origin, bool withColor = false);
+    bool addDataSet(const QString& name, const ptCloud::stPtCloud_PointArray& points);
     // A copy of the dataset's points as a named mesh ("mesh"), split
     // ("split") or cut ("cut"): a valid point file the scene can show.
     bool addPointCopy(const QString& dataSet, const QString& kind, const QString& name);
