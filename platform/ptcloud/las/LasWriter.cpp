@@ -6,6 +6,8 @@
 #include <cstring>
 #include <limits>
 
+#include "PtCloud_FileCommit.h"
+
 namespace ptCloud {
 
 static_assert(Q_BYTE_ORDER == Q_LITTLE_ENDIAN, "records are encoded by copying little-endian bytes");
@@ -91,7 +93,7 @@ bool LasWriter::open(const QString& path, bool withColor, const double scale[3],
         putText(d + 160, 32, "cluster or class label");
     }
     if (m_file.write(lead.data(), qint64(lead.size())) != qint64(lead.size()))
-        return fail(QStringLiteral("cannot write %1: %2").arg(path, m_file.errorString()));
+        return fail(PtCloud_FileCommit::writeFailure(m_file));
     return true;
 }
 
@@ -178,7 +180,7 @@ bool LasWriter::write(const stPtCloud_PointArray& points, QString* error) {
         }
         const qint64 bytes = qint64(k) * recLen;
         if (m_file.write(buf.data(), bytes) != bytes)
-            return fail(QStringLiteral("cannot write %1: %2").arg(m_file.fileName(), m_file.errorString()));
+            return fail(PtCloud_FileCommit::writeFailure(m_file));
         m_count += quint64(k);
     }
     return true;
@@ -218,12 +220,8 @@ bool LasWriter::close(QString* error) {
     put<quint64>(h + 247, m_count);
     for (int r = 0; r < 15; ++r) put<quint64>(h + 255 + 8 * r, m_byReturn[r]);
     if (!m_file.seek(0) || m_file.write(head.data(), kHeaderBytes) != kHeaderBytes)
-        return fail(QStringLiteral("cannot write %1: %2").arg(m_file.fileName(), m_file.errorString()));
-    if (!m_file.commit()) {
-        if (error) *error = QStringLiteral("cannot save %1: %2").arg(m_file.fileName(), m_file.errorString());
-        return false;
-    }
-    return true;
+        return fail(PtCloud_FileCommit::writeFailure(m_file));
+    return PtCloud_FileCommit::commit(m_file, error);
 }
 
 }  // namespace ptCloud
