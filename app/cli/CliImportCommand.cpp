@@ -43,7 +43,6 @@ int CliImportCommand::run(const CliArguments& args)
     const QStringList entriesBefore = QDir(dir).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
     PtCloud_Project project;
     QStringList keys;
-    bool referenced = true;
     auto undo = [&](const QString& why) {
         if (!dirExisted) {
             QDir(dir).removeRecursively();
@@ -58,10 +57,6 @@ int CliImportCommand::run(const CliArguments& args)
                 else
                     QFile::remove(path);
             }
-        } else if (!keys.isEmpty() && !referenced) {
-            stControlParam_LasFile_Remove p;
-            p.key = keys.first();
-            project.getController()->doCmd_LasFile_Remove(p);
         }
         return CliConsole::fail(why);
     };
@@ -69,12 +64,9 @@ int CliImportCommand::run(const CliArguments& args)
     PtCloud_Controller* controller = project.getController();
     if (!controller->isValidNewDataSetName(name))
         return undo(QStringLiteral("%1 already has a dataset \"%2\" (or the name is unusable)").arg(dir, name));
-    QMap<QString, QString> before;
-    controller->getLasFilepaths(before);
-    referenced = before.values().contains(file.absoluteFilePath());
-
+    // The file is referenced only together with its dataset.
     QList<EDataSetColumn> columns;
-    if (!CliProjectCommands::importLasFiles(controller, {file.filePath()}, &keys, &error) ||
+    if (!CliProjectCommands::importLasFiles(controller, {file.filePath()}, false, &keys, &error) ||
         !CliDataSetCommands::chooseColumns(controller, keys, QString(), &columns, &error) ||
         !CliDataSetCommands::makeDataSet(controller, name, keys, columns, &error))
         return undo(error);

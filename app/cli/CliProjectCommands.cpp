@@ -33,8 +33,8 @@ bool CliProjectCommands::openExisting(const QString& dir, PtCloud_Project& proje
     return project.open(dir, error);
 }
 
-bool CliProjectCommands::importLasFiles(PtCloud_Controller* controller, const QStringList& files, QStringList* keys,
-                                        QString* error)
+bool CliProjectCommands::importLasFiles(PtCloud_Controller* controller, const QStringList& files, bool save,
+                                        QStringList* keys, QString* error)
 {
     for (const QString& file : files) {
         LasReader reader;
@@ -45,10 +45,8 @@ bool CliProjectCommands::importLasFiles(PtCloud_Controller* controller, const QS
         }
     }
     for (const QString& file : files) {
-        stControlParam_LasFile_Import p;
-        p.filepath = QFileInfo(file).absoluteFilePath();
         QString key;
-        if (controller->doCmd_LasFile_Import(p, &key) != PCAR_Success) {
+        if (controller->importLasFile(QFileInfo(file).absoluteFilePath(), save, &key) != PCAR_Success) {
             *error = QStringLiteral("%1: %2").arg(file, key);
             return false;
         }
@@ -74,7 +72,7 @@ int CliProjectCommands::lasImport(const CliArguments& args)
     QString error;
     if (!openExisting(args.positional(0), project, &error)) return CliConsole::fail(error);
     QStringList keys;
-    if (!importLasFiles(project.getController(), args.positionals().mid(1), &keys, &error))
+    if (!importLasFiles(project.getController(), args.positionals().mid(1), true, &keys, &error))
         return CliConsole::fail(error);
     for (const QString& key : keys) CliConsole::out(key);
     return 0;

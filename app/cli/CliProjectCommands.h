@@ -21,8 +21,9 @@ public:
     static bool openExisting(const QString& dir, ptCloud::PtCloud_Project& project, QString* error);
     // Checks every file before registering any, so that one bad file in a
     // list leaves the project as it was. Fills keys in the order of files.
-    static bool importLasFiles(ptCloud::PtCloud_Controller* controller, const QStringList& files, QStringList* keys,
-                               QString* error);
+    // Unless save, the references are written with the next dataset made.
+    static bool importLasFiles(ptCloud::PtCloud_Controller* controller, const QStringList& files, bool save,
+                               QStringList* keys, QString* error);
 
 private:
     static int init(const CliArguments& args);

@@ -282,7 +282,8 @@ EEPtCloudActResult execute(const Job& job, const QString& target, QString* reaso
     job.controller->reset();
     *reason = QStringLiteral("%1: %2 (result %3)").arg(job.title(), resultText(result)).arg(int(result));
     const QString detail = bar.sink()->progressText();
-    if (result == PCAR_ExecuteFailed && !detail.isEmpty()) *reason += QStringLiteral(": ") + detail;
+    if ((result == PCAR_ExecuteFailed || result == PCAR_InvalidDataSet) && !detail.isEmpty())
+        *reason += QStringLiteral(": ") + detail;
     return result;
 }
 
@@ -327,8 +328,8 @@ int runNamed(const Job& job, const QString& wanted)
     PtCloud_DataSetFile* adopted = file.release();
     if (!(split ? ds->addContent_Split(name, adopted) : ds->addContent_Mesh(name, adopted))) {
         delete adopted;
-        return CliConsole::fail(
-            QStringLiteral("the %1 \"%2\" could not be added to %3").arg(kind, name, ds->getName()));
+        return CliConsole::fail(QStringLiteral("the %1 \"%2\" could not be added to %3: %4")
+                                    .arg(kind, name, ds->getName(), ds->lastError()));
     }
     printSuccess(kind, name);
     return 0;
@@ -349,14 +350,11 @@ int runSample(const Job& job)
     return 0;
 }
 
-// DEM: the old products go first, the new ones are written at the dataset's
-// fixed paths and each product written is adopted.
+// DEM: the new products replace the old ones at the dataset's fixed paths
+// only when all are written; each is then adopted.
 int runDem(Job job)
 {
     PtCloudDataSet* ds = job.dataSet;
-    if (ds->getContent_Dem_Mesh() || ds->getContent_Dem_HeightMap() || ds->getContent_Dem_Contour() ||
-        ds->getContent_Dem_Classify())
-        ds->removeContent_AllDem();
     job.params = {ds->getFilePath_Dem_Mesh(), ds->getFilePath_Dem_HeightMap(), job.params.value(0),
                   ds->getFilePath_Dem_Contour(), job.params.value(1), ds->getFilePath_Dem_Classify()};
     QString reason;
@@ -378,8 +376,8 @@ int runDem(Job job)
         if (!written.open(QIODevice::ReadOnly)) continue;
         written.close();
         if (!(ds->*product.adopt)())
-            return CliConsole::fail(
-                QStringLiteral("the DEM %1 written at %2 cannot be read").arg(product.label, product.path));
+            return CliConsole::fail(QStringLiteral("the DEM %1 written at %2 could not be added: %3")
+                                        .arg(product.label, product.path, ds->lastError()));
         adopted << QString::fromLatin1(product.label);
     }
     printSuccess(QStringLiteral("dem"), adopted.join(QStringLiteral(", ")));
@@ -424,6 +422,7 @@ int CliRunCommands::run(const CliArguments& args)
     job.controller = project.getController();
     job.dataSet = job.controller->getDataSet(args.positional(1));
     if (!job.dataSet) return CliConsole::fail(QStringLiteral("no dataset %1").arg(args.positional(1)));
+    if (!job.dataSet->isUsable(&error)) return CliConsole::fail(error);
     if (!job.function) {
         QString reason;
         execute(job, QString(), &reason);

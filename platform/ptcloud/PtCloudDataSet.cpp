@@ -13,6 +13,8 @@
 #include "PtCloud_ContourFile.h"
 #include "PtCloud_DataSetFile.h"
 #include "PtCloud_JsonFile.h"
+#include "PtCloud_ProjectFiles.h"
+#include "PtCloud_ProjectLock.h"
 #include "VolumeCalcAreaList.h"
 
 namespace ptCloud {
@@ -44,11 +46,32 @@ QJsonObject filesToJson(const FileMap& map, const QDir& folder)
     return o;
 }
 
-void filesFromJson(const QJsonObject& o, const QDir& folder, FileMap& map)
+// The contents a manifest lists, each inside the dataset's folder.
+bool pathsFromJson(const QJsonObject& o, const QDir& folder, QMap<QString, QString>* paths, QString* error)
 {
-    clearFiles(map);
-    for (auto it = o.begin(); it != o.end(); ++it)
-        map.insert(it.key(), new PtCloud_DataSetFile(folder.filePath(it.value().toString())));
+    for (auto it = o.begin(); it != o.end(); ++it) {
+        const QString path = PtCloud_ProjectFiles::confined(folder.path(), it.value().toString(), error);
+        if (path.isEmpty()) return false;
+        paths->insert(it.key(), path);
+    }
+    return true;
+}
+
+PtCloud_DataSetFile* takeNamed(FileMap& map, const QString& name)
+{
+    auto it = map.find(name);
+    if (it == map.end()) return nullptr;
+    PtCloud_DataSetFile* file = it.value();
+    map.erase(it);
+    return file;
+}
+
+void destroyFile(PtCloud_DataSetFile* file)
+{
+    if (!file) return;
+    const QString path = file->getFilepath();
+    delete file;
+    QFile::remove(path);
 }
 
 // A file name for a content, derived from its user name but safe on any file system.
@@ -68,6 +91,10 @@ QString uniqueContentPath(const QDir& folder, const QString& sub, const QString&
 
 struct PtCloudDataSet::Impl {
     QDir folder;
+    PtCloud_ProjectLock* lock = nullptr;
+    QJsonObject manifest;  // as last read or written
+    QString unusable;      // why the manifest cannot be read, which keeps it from being overwritten
+    QString lastError;
     std::unique_ptr<PtCloud_DataSetFile> points;
     QString locatedPoints;
     FileMap meshes, splits, cuts;
@@ -95,37 +122,106 @@ PtCloudDataSet::~PtCloudDataSet() { discardLocatedContents(); }
 
 bool PtCloudDataSet::load(QString* error)
 {
-    const QString path = d->folder.filePath(kManifest);
-    if (!QFileInfo::exists(path)) return true;  // a dataset with nothing but its points
-    QJsonObject o;
-    if (!PtCloud_JsonFile::read(path, &o, error)) return false;
-    filesFromJson(o.value("meshes").toObject(), d->folder, d->meshes);
-    filesFromJson(o.value("splits").toObject(), d->folder, d->splits);
-    filesFromJson(o.value("cuts").toObject(), d->folder, d->cuts);
-    const QJsonObject dem = o.value("dem").toObject();
-    if (dem.value("mesh").toBool())
-        d->demMesh = std::make_unique<PtCloud_DataSetFile>(getFilePath_Dem_Mesh());
-    if (dem.value("classify").toBool())
-        d->demClassify = std::make_unique<PtCloud_DataSetFile>(getFilePath_Dem_Classify());
-    if (dem.value("contour").toBool())
-        d->demContour = std::make_unique<PtCloud_ContourFile>(getFilePath_Dem_Contour());
-    if (dem.value("heightmap").toBool()) {
-        auto image = std::make_unique<QImage>(getFilePath_Dem_HeightMap());
-        if (!image->isNull()) d->demHeightMap = std::move(image);
-    }
-    if (o.value("earthVolume").toBool()) {
-        auto list = std::make_unique<VolumeCalcAreaList>(d->folder.filePath(kEarthVolume));
-        QString err;
-        if (list->load(&err))
-            d->earthVolume = std::move(list);
-        else
-            qWarning("dataset %s: earth volume not loaded: %s", qPrintable(m_name), qPrintable(err));
+    d->unusable.clear();
+    if (!refresh(error)) {
+        d->unusable = QStringLiteral("dataset %1 cannot be used until repaired: %2").arg(m_name, *error);
+        *error = d->unusable;
+        return false;
     }
     return true;
 }
 
+bool PtCloudDataSet::isUsable(QString* error) const
+{
+    if (d->unusable.isEmpty()) return true;
+    if (error) *error = d->unusable;
+    return false;
+}
+
+QString PtCloudDataSet::lastError() const { return d->lastError; }
+
+bool PtCloudDataSet::refresh(QString* error)
+{
+    const QString path = d->folder.filePath(kManifest);
+    QJsonObject o;
+    if (QFileInfo::exists(path) && !PtCloud_JsonFile::read(path, &o, error)) return false;  // else points only
+    if (o == d->manifest && !o.isEmpty()) return true;
+    QMap<QString, QString> meshes, splits, cuts;
+    if (!pathsFromJson(o.value("meshes").toObject(), d->folder, &meshes, error) ||
+        !pathsFromJson(o.value("splits").toObject(), d->folder, &splits, error) ||
+        !pathsFromJson(o.value("cuts").toObject(), d->folder, &cuts, error))
+        return false;
+    d->manifest = o;
+    syncNamed(d->meshes, meshes, &PtCloudDataSet::sgRemoved_Mesh, &PtCloudDataSet::sgContentAdded_Mesh);
+    syncNamed(d->splits, splits, &PtCloudDataSet::sgRemoved_Split, &PtCloudDataSet::sgContentAdded_Split);
+    syncNamed(d->cuts, cuts, &PtCloudDataSet::sgContentRemoved_Cut, &PtCloudDataSet::sgContentAdded_Cut);
+    const QJsonObject dem = o.value("dem").toObject();
+    syncSingle(d->demMesh, dem.value("mesh").toBool(), getFilePath_Dem_Mesh(),
+               &PtCloudDataSet::sgContentRemoved_Dem_Mesh, &PtCloudDataSet::sgContentAdded_Dem_Mesh);
+    syncSingle(d->demClassify, dem.value("classify").toBool(), getFilePath_Dem_Classify(),
+               &PtCloudDataSet::sgContentRemoved_Dem_Classify, &PtCloudDataSet::sgContentAdded_Dem_Classify);
+    syncSingle(d->demContour, dem.value("contour").toBool(), getFilePath_Dem_Contour(),
+               &PtCloudDataSet::sgContentRemoved_Dem_Contour, &PtCloudDataSet::sgContentAdded_Dem_Contour);
+    d->demHeightMap.reset();
+    if (dem.value("heightmap").toBool()) {
+        auto image = std::make_unique<QImage>(getFilePath_Dem_HeightMap());
+        if (!image->isNull()) d->demHeightMap = std::move(image);
+    }
+    if (o.value("earthVolume").toBool() != bool(d->earthVolume)) {
+        d->earthVolume.reset();
+        if (o.value("earthVolume").toBool()) {
+            auto list = std::make_unique<VolumeCalcAreaList>(d->folder.filePath(kEarthVolume));
+            QString err;
+            if (list->load(&err)) d->earthVolume = std::move(list);
+        }
+    }
+    return true;
+}
+
+void PtCloudDataSet::syncNamed(QMap<QString, PtCloud_DataSetFile*>& map, const QMap<QString, QString>& paths,
+                               NamedSignal removed, NamedSignal added)
+{
+    for (const QString& name : map.keys()) {
+        if (paths.value(name) == map.value(name)->getFilepath()) continue;
+        emit(this->*removed)(m_name, name);
+        delete takeNamed(map, name);
+    }
+    for (auto it = paths.cbegin(); it != paths.cend(); ++it) {
+        if (map.contains(it.key())) continue;
+        map.insert(it.key(), new PtCloud_DataSetFile(it.value()));
+        emit(this->*added)(m_name, it.key());
+    }
+}
+
+template <class File>
+void PtCloudDataSet::syncSingle(std::unique_ptr<File>& slot, bool present, const QString& path,
+                                SingleSignal removed, SingleSignal added)
+{
+    if (present == bool(slot)) return;
+    if (slot) emit(this->*removed)(m_name);
+    slot.reset(present ? new File(path) : nullptr);
+    if (slot) emit(this->*added)(m_name);
+}
+
+void PtCloudDataSet::setLock(PtCloud_ProjectLock* lock) { d->lock = lock; }
+
+bool PtCloudDataSet::beginChange()
+{
+    if (!isUsable(&d->lastError)) return false;
+    if (d->lock && !d->lock->acquire(&d->lastError)) return false;
+    if (refresh(&d->lastError)) return true;
+    endChange();
+    return false;
+}
+
+void PtCloudDataSet::endChange()
+{
+    if (d->lock) d->lock->release();
+}
+
 bool PtCloudDataSet::save(QString* error) const
 {
+    if (!isUsable(error)) return false;
     QJsonObject o;
     o.insert("format", "ptcloud-dataset");
     o.insert("version", 1);
@@ -140,18 +236,17 @@ bool PtCloudDataSet::save(QString* error) const
     dem.insert("classify", bool(d->demClassify));
     o.insert("dem", dem);
     o.insert("earthVolume", bool(d->earthVolume));
-    return PtCloud_JsonFile::write(d->folder.filePath(kManifest), o, error);
+    if (!PtCloud_JsonFile::write(d->folder.filePath(kManifest), o, error)) return false;
+    d->manifest = o;
+    return true;
 }
 
-namespace {
-// Every content change is saved at once; a failed save is logged, since
-// the caller's operation itself has already succeeded on disk.
-void saveOrWarn(const PtCloudDataSet* ds)
+bool PtCloudDataSet::saveChange()
 {
-    QString err;
-    if (!ds->save(&err)) qWarning("dataset %s: %s", qPrintable(ds->getName()), qPrintable(err));
+    const bool saved = save(&d->lastError);
+    endChange();
+    return saved;
 }
-}  // namespace
 
 // ---- points
 
@@ -169,13 +264,8 @@ PtCloud_LocalFrame PtCloudDataSet::getLocalFrame() const
 QString PtCloudDataSet::createEmptyLocatedContent_Points()
 {
     if (!d->locatedPoints.isEmpty()) QFile::remove(d->locatedPoints);
-    for (int i = 1;; ++i) {
-        const QString path = d->folder.filePath(QStringLiteral("points_new_%1.pcb").arg(i));
-        if (!QFileInfo::exists(path)) {
-            d->locatedPoints = path;
-            return path;
-        }
-    }
+    d->locatedPoints = PtCloud_ProjectFiles::temporaryFor(getFilePath_Points());
+    return d->locatedPoints;
 }
 
 bool PtCloudDataSet::updateContent_Points()
@@ -231,31 +321,38 @@ bool PtCloudDataSet::undoContent_Points()
 
 // ---- named contents
 
-namespace {
-PtCloud_DataSetFile* takeNamed(FileMap& map, const QString& name)
-{
-    auto it = map.find(name);
-    if (it == map.end()) return nullptr;
-    PtCloud_DataSetFile* file = it.value();
-    map.erase(it);
-    return file;
-}
-
-void destroyFile(PtCloud_DataSetFile* file)
-{
-    if (!file) return;
-    const QString path = file->getFilepath();
-    delete file;
-    QFile::remove(path);
-}
-}  // namespace
-
 bool PtCloudDataSet::addNamed(QMap<QString, PtCloud_DataSetFile*>& map, const QString& name,
                               PtCloud_DataSetFile* file, NamedSignal removed, NamedSignal added)
 {
     if (!file || name.isEmpty()) return false;
-    // A content of the same name is replaced: its item goes first.
+    const QString located = file->getFilepath();
+    auto drop = [&] {
+        if (PtCloud_ProjectFiles::isTemporary(located)) QFile::remove(located);
+        return false;
+    };
+    if (!beginChange()) return drop();
+    // A located file takes a free final name, so that a content of the same
+    // name is replaced only once the manifest names the new one.
+    if (PtCloud_ProjectFiles::isTemporary(located)) {
+        const QFileInfo info(PtCloud_ProjectFiles::finalNameOf(located));
+        QString target = info.filePath();
+        for (int i = 1; QFileInfo::exists(target); ++i)
+            target = info.path() + QStringLiteral("/%1_%2.%3").arg(info.completeBaseName()).arg(i).arg(info.suffix());
+        if (!file->moveTo(target)) {
+            d->lastError = QStringLiteral("cannot move %1 to %2").arg(located, target);
+            endChange();
+            return drop();
+        }
+    }
     PtCloud_DataSetFile* old = takeNamed(map, name);
+    map.insert(name, file);
+    if (!saveChange()) {
+        map.remove(name);
+        if (old) map.insert(name, old);
+        if (PtCloud_ProjectFiles::isTemporary(located)) QFile::remove(file->getFilepath());
+        return false;
+    }
+    // A content of the same name is replaced: its item goes first.
     if (old) {
         emit(this->*removed)(m_name, name);
         if (old->getFilepath() != file->getFilepath())
@@ -263,8 +360,6 @@ bool PtCloudDataSet::addNamed(QMap<QString, PtCloud_DataSetFile*>& map, const QS
         else
             delete old;
     }
-    map.insert(name, file);
-    saveOrWarn(this);
     emit(this->*added)(m_name, name);
     return true;
 }
@@ -272,9 +367,16 @@ bool PtCloudDataSet::addNamed(QMap<QString, PtCloud_DataSetFile*>& map, const QS
 bool PtCloudDataSet::removeNamed(QMap<QString, PtCloud_DataSetFile*>& map, const QString& name,
                                  NamedSignal removed)
 {
+    if (!beginChange()) return false;
     PtCloud_DataSetFile* file = takeNamed(map, name);
-    if (!file) return false;
-    saveOrWarn(this);
+    if (!file) {
+        endChange();
+        return false;
+    }
+    if (!saveChange()) {
+        map.insert(name, file);
+        return false;
+    }
     emit(this->*removed)(m_name, name);
     destroyFile(file);
     return true;
@@ -284,7 +386,8 @@ QMap<QString, PtCloud_DataSetFile*>* PtCloudDataSet::getContent_Meshs() const { 
 
 PtCloud_DataSetFile* PtCloudDataSet::createEmptyLocatedContent_Mesh(const QString& name)
 {
-    return new PtCloud_DataSetFile(uniqueContentPath(d->folder, QStringLiteral("meshes"), name));
+    return new PtCloud_DataSetFile(
+        PtCloud_ProjectFiles::temporaryFor(uniqueContentPath(d->folder, QStringLiteral("meshes"), name)));
 }
 
 bool PtCloudDataSet::addContent_Mesh(const QString& name, PtCloud_DataSetFile* file)
@@ -301,7 +404,8 @@ QMap<QString, PtCloud_DataSetFile*>* PtCloudDataSet::getContent_Splits() const {
 
 PtCloud_DataSetFile* PtCloudDataSet::createEmptyLocatedContent_Split(const QString& name)
 {
-    return new PtCloud_DataSetFile(uniqueContentPath(d->folder, QStringLiteral("splits"), name));
+    return new PtCloud_DataSetFile(
+        PtCloud_ProjectFiles::temporaryFor(uniqueContentPath(d->folder, QStringLiteral("splits"), name)));
 }
 
 bool PtCloudDataSet::addContent_Split(const QString& name, PtCloud_DataSetFile* file)
@@ -318,7 +422,8 @@ QMap<QString, PtCloud_DataSetFile*>* PtCloudDataSet::getContent_Cuts() const { r
 
 PtCloud_DataSetFile* PtCloudDataSet::createEmptyLocatedContent_Cut(const QString& name)
 {
-    return new PtCloud_DataSetFile(uniqueContentPath(d->folder, QStringLiteral("cuts"), name));
+    return new PtCloud_DataSetFile(
+        PtCloud_ProjectFiles::temporaryFor(uniqueContentPath(d->folder, QStringLiteral("cuts"), name)));
 }
 
 bool PtCloudDataSet::addContent_Cut(const QString& name, PtCloud_DataSetFile* file)
@@ -348,10 +453,18 @@ bool PtCloudDataSet::setSingle(std::unique_ptr<File>& slot, const QString& path,
                                SingleSignal added)
 {
     auto file = std::make_unique<File>(path);
-    if (!file->isValid()) return false;
-    if (slot) emit(this->*removed)(m_name);
+    if (!file->isValid()) {
+        d->lastError = QStringLiteral("%1 cannot be read").arg(path);
+        return false;
+    }
+    if (!beginChange()) return false;
+    std::unique_ptr<File> old = std::move(slot);
     slot = std::move(file);
-    saveOrWarn(this);
+    if (!saveChange()) {
+        slot = std::move(old);
+        return false;
+    }
+    if (old) emit(this->*removed)(m_name);
     emit(this->*added)(m_name);
     return true;
 }
@@ -359,9 +472,12 @@ bool PtCloudDataSet::setSingle(std::unique_ptr<File>& slot, const QString& path,
 template <class File>
 bool PtCloudDataSet::removeSingle(std::unique_ptr<File>& slot, SingleSignal removed)
 {
-    if (!slot) return false;
+    if (!slot || !beginChange()) return false;
     auto file = std::move(slot);
-    saveOrWarn(this);
+    if (!saveChange()) {
+        slot = std::move(file);
+        return false;
+    }
     emit(this->*removed)(m_name);
     const QString path = file->getFilepath();
     file.reset();
@@ -383,17 +499,23 @@ bool PtCloudDataSet::removeContent_Dem_Mesh()
 bool PtCloudDataSet::setContent_Dem_HeightMap()
 {
     auto image = std::make_unique<QImage>(getFilePath_Dem_HeightMap());
-    if (image->isNull()) return false;
-    d->demHeightMap = std::move(image);
-    saveOrWarn(this);
+    if (image->isNull() || !beginChange()) return false;
+    std::swap(d->demHeightMap, image);
+    if (!saveChange()) {
+        d->demHeightMap = std::move(image);
+        return false;
+    }
     return true;
 }
 
 bool PtCloudDataSet::removeContent_Dem_HeightMap()
 {
-    if (!d->demHeightMap) return false;
-    d->demHeightMap.reset();
-    saveOrWarn(this);
+    if (!d->demHeightMap || !beginChange()) return false;
+    auto image = std::move(d->demHeightMap);
+    if (!saveChange()) {
+        d->demHeightMap = std::move(image);
+        return false;
+    }
     const QString png = getFilePath_Dem_HeightMap();
     QFile::remove(png);
     QFile::remove(png.left(png.size() - 4) + QStringLiteral(".pgw"));  // its world file
@@ -439,23 +561,30 @@ VolumeCalcAreaList* PtCloudDataSet::getContent_EarthVolume() const { return d->e
 bool PtCloudDataSet::addContent_EarthVolume()
 {
     if (d->earthVolume) return true;
+    if (!beginChange()) return false;
     auto list = std::make_unique<VolumeCalcAreaList>(d->folder.filePath(kEarthVolume));
-    QString err;
-    if (!list->save(&err)) {
-        qWarning("dataset %s: %s", qPrintable(m_name), qPrintable(err));
+    if (!list->save(&d->lastError)) {
+        endChange();
         return false;
     }
     d->earthVolume = std::move(list);
-    saveOrWarn(this);
+    if (!saveChange()) {
+        QFile::remove(d->earthVolume->getFilepath());
+        d->earthVolume.reset();
+        return false;
+    }
     emit sgContentAdded_EarthVolume(m_name);
     return true;
 }
 
 bool PtCloudDataSet::removeContent_EarthVolume()
 {
-    if (!d->earthVolume) return false;
+    if (!d->earthVolume || !beginChange()) return false;
     auto list = std::move(d->earthVolume);
-    saveOrWarn(this);
+    if (!saveChange()) {
+        d->earthVolume = std::move(list);
+        return false;
+    }
     emit sgContentRemoved_EarthVolume(m_name);
     const QString path = list->getFilepath();
     list.reset();
@@ -476,10 +605,29 @@ qint64 PtCloudDataSet::diskSize() const
 
 void PtCloudDataSet::discardLocatedContents()
 {
-    if (!d->locatedPoints.isEmpty()) {
-        QFile::remove(d->locatedPoints);
-        d->locatedPoints.clear();
+    d->locatedPoints.clear();
+    PtCloud_ProjectFiles::removeTemporaries(m_folder, PtCloud_ProjectFiles::ThisProcess);
+    // Content folders made for a content never adopted (they go only when empty).
+    for (const char* sub : {"meshes", "splits", "cuts", "dem"}) d->folder.rmdir(QString::fromLatin1(sub));
+}
+
+QStringList PtCloudDataSet::referencedFiles() const
+{
+    QStringList files{QString::fromLatin1(kPointsFile)};
+    auto add = [&](const QString& path) { files << d->folder.relativeFilePath(path); };
+    if (QFileInfo::exists(d->folder.filePath(kManifest))) files << QString::fromLatin1(kManifest);
+    for (const FileMap* map : {&d->meshes, &d->splits, &d->cuts})
+        for (const PtCloud_DataSetFile* f : *map) add(f->getFilepath());
+    if (d->demMesh) add(getFilePath_Dem_Mesh());
+    if (d->demClassify) add(getFilePath_Dem_Classify());
+    if (d->demContour) add(getFilePath_Dem_Contour());
+    if (d->demHeightMap) {
+        const QString png = getFilePath_Dem_HeightMap();
+        add(png);
+        if (QFileInfo::exists(png.left(png.size() - 4) + QStringLiteral(".pgw"))) add(png.left(png.size() - 4) + QStringLiteral(".pgw"));
     }
+    if (d->earthVolume) add(d->earthVolume->getFilepath());
+    return files;
 }
 
 }  // namespace ptCloud

@@ -4,6 +4,7 @@
 #include <QMap>
 #include <QObject>
 #include <QString>
+#include <QStringList>
 #include <memory>
 
 #include "PtCloudEnums.h"
@@ -13,11 +14,16 @@ namespace ptCloud {
 
 class PtCloud_ContourFile;
 class PtCloud_DataSetFile;
+class PtCloud_ProjectLock;
 class VolumeCalcAreaList;
 
 // One dataset of a project: its points and the contents made from them,
 // each kept in the dataset's folder and listed in its manifest, which is
-// rewritten atomically after every change.
+// rewritten atomically after every change. A change that cannot be saved
+// is undone and reported (false, lastError()); a manifest that cannot be
+// read is never overwritten: the dataset refuses every change until it is
+// repaired. Contents are made under a temporary name (the located paths)
+// and take their final name when they are added.
 class PtCloudDataSet : public QObject {
     Q_OBJECT
 public:
@@ -27,10 +33,17 @@ public:
 
     QString getName() const { return m_name; }
     QString getFolder() const { return m_folder; }
-    // Reads the manifest; false (with a reason) when it is unreadable.
+    // Reads the manifest; false (with a reason) when it is unreadable or
+    // names files outside the dataset's folder.
     bool load(QString* error);
     // Writes the manifest atomically.
     bool save(QString* error) const;
+    // False with the reason when the manifest could not be read.
+    bool isUsable(QString* error) const;
+    // Why the last change failed.
+    QString lastError() const;
+    // The files the dataset consists of, relative to its folder.
+    QStringList referencedFiles() const;
 
     // Points
     PtCloud_DataSetFile* getContent_PointDataSetFile() const;
@@ -96,7 +109,7 @@ public:
     // Total size in bytes of the dataset's files.
     qint64 diskSize() const;
 
-    // Drops located files that were never adopted (after a stopped action).
+    // Drops the located files of this process that were never adopted (after a stopped action).
     void discardLocatedContents();
 
 signals:
@@ -118,6 +131,13 @@ signals:
 
 private:
     friend class PtCloud_Controller;
+    // Takes the project lock and brings the contents up to date with the
+    // manifest on disk; saveChange() writes it and lets the lock go.
+    bool beginChange();
+    bool saveChange();
+    void endChange();
+    bool refresh(QString* error);
+    void setLock(PtCloud_ProjectLock* lock);
     using NamedSignal = void (PtCloudDataSet::*)(QString, QString);
     bool addNamed(QMap<QString, PtCloud_DataSetFile*>& map, const QString& name, PtCloud_DataSetFile* file,
                   NamedSignal removed, NamedSignal added);
@@ -127,6 +147,11 @@ private:
     template <class File>
     bool removeSingle(std::unique_ptr<File>& slot, SingleSignal removed);
     bool removeNamed(QMap<QString, PtCloud_DataSetFile*>& map, const QString& name, NamedSignal removed);
+    void syncNamed(QMap<QString, PtCloud_DataSetFile*>& map, const QMap<QString, QString>& paths, NamedSignal removed,
+                   NamedSignal added);
+    template <class File>
+    void syncSingle(std::unique_ptr<File>& slot, bool present, const QString& path, SingleSignal removed,
+                    SingleSignal added);
     void setName(const QString& name) { m_name = name; }
     QString undoPath_Points() const;
     bool keepPointsForUndo();

@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+
+#include "PtCloud_FileCommit.h"
 
 namespace ptCloud {
 
@@ -80,7 +83,7 @@ bool PtCloud_BlockFileWriter::begin(const stPtCloud_DataSetHeader& header, QStri
     // The real header is written by commit(), when the index is known.
     const QByteArray placeholder(Format::kHeaderBytes, '\0');
     if (m_file.write(placeholder) != placeholder.size())
-        return fail(QStringLiteral("cannot write %1: %2").arg(m_path, m_file.errorString()), error);
+        return fail(PtCloud_FileCommit::writeFailure(m_file), error);
     m_pos = quint64(Format::kHeaderBytes);
     return true;
 }
@@ -94,10 +97,10 @@ bool PtCloud_BlockFileWriter::writeRaw(const void* data, qint64 n, QString* erro
         // Write what would have fitted, as a full disk does, then fail.
         const qint64 fits = std::max<qint64>(0, limit - payloadSoFar);
         m_file.write(static_cast<const char*>(data), fits);
-        return fail(QStringLiteral("cannot write %1: no space left on device").arg(m_path), error);
+        return fail(PtCloud_FileCommit::writeError(m_path, ENOSPC), error);
     }
     if (m_file.write(static_cast<const char*>(data), n) != n)
-        return fail(QStringLiteral("cannot write %1: %2").arg(m_path, m_file.errorString()), error);
+        return fail(PtCloud_FileCommit::writeFailure(m_file), error);
     startWriteback(m_file.handle(), m_pos, m_pos + quint64(n));
     m_pos += quint64(n);
     return true;
@@ -217,14 +220,9 @@ bool PtCloud_BlockFileWriter::commit(QString* error)
     if (!writeRaw(index.constData(), index.size(), error)) return false;
     const QByteArray head = Format::encodeHeader(m_header, where);
     if (!m_file.seek(0) || m_file.write(head) != head.size())
-        return fail(QStringLiteral("cannot write %1: %2").arg(m_path, m_file.errorString()), error);
-    if (!m_file.commit()) {
-        m_open = false;
-        if (error) *error = QStringLiteral("cannot save %1: %2").arg(m_path, m_file.errorString());
-        return false;
-    }
+        return fail(PtCloud_FileCommit::writeFailure(m_file), error);
     m_open = false;
-    return true;
+    return PtCloud_FileCommit::commit(m_file, error);
 }
 
 }  // namespace ptCloud

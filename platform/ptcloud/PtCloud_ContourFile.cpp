@@ -4,6 +4,8 @@
 #include <QFile>
 #include <QSaveFile>
 
+#include "PtCloud_FileCommit.h"
+
 namespace ptCloud {
 
 namespace {
@@ -91,11 +93,11 @@ bool PtCloud_ContourFile::write(const QString& path, const pcVec3d& origin,
         out << quint8(line.closed ? 1 : 0) << quint32(line.points.size());
         for (const pcVec3f& p : line.points) out << p.x << p.y << p.z;
     }
-    if (out.status() != QDataStream::Ok || !f.commit()) {
-        if (error) *error = QStringLiteral("cannot write %1: %2").arg(path, f.errorString());
+    if (out.status() != QDataStream::Ok) {
+        if (error) *error = PtCloud_FileCommit::writeFailure(f);
         return false;
     }
-    return true;
+    return PtCloud_FileCommit::commit(f, error);
 }
 
 }  // namespace ptCloud

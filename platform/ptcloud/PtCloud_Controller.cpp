@@ -3,6 +3,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonObject>
+#include <QSaveFile>
 #include <QRegularExpression>
 #include <QSet>
 #include <QThread>
@@ -15,8 +16,11 @@
 #include "PtCloud_DataSetBuilder.h"
 #include "PtCloud_DataSetFile.h"
 #include "PtCloud_JsonFile.h"
+#include "PtCloud_FileCommit.h"
 #include "PtCloud_LongActions.h"
 #include "PtCloud_ProgressRange.h"
+#include "PtCloud_ProjectFiles.h"
+#include "PtCloud_ProjectLock.h"
 
 namespace ptCloud {
 
@@ -69,8 +73,11 @@ QList<EDataSetColumn> sortedColumns(QList<EDataSetColumn> columns)
 
 struct PtCloud_Controller::Impl {
     QMap<QString, QString> las;                          // key -> absolute path
+    QMap<QString, QString> unsavedLas;                   // referenced, to be saved with the next dataset made
     QMap<QString, QString> dataSetFolders;               // name -> folder relative to the project
     QMap<QString, PtCloudDataSet*> dataSets;             // name -> dataset (children of the controller)
+    QJsonObject manifest;                                // as last read or written
+    std::unique_ptr<PtCloud_ProjectLock> lock;
     QString lastError;
 
     EEPtCloudActResult fail(EEPtCloudActResult code, const QString& why)
@@ -83,7 +90,32 @@ struct PtCloud_Controller::Impl {
 PtCloud_Controller::PtCloud_Controller(const QString& projectFolder, QObject* parent)
     : QObject(parent), d(std::make_unique<Impl>()), m_folder(QDir(projectFolder).absolutePath())
 {
+    d->lock = std::make_unique<PtCloud_ProjectLock>(m_folder);
 }
+
+// Holds the project lock for one change and brings the model up to date
+// with the manifest on disk first, so that the change is made to what
+// other processes have saved meanwhile.
+class PtCloud_Controller::Change {
+public:
+    explicit Change(PtCloud_Controller* c) : m_controller(c)
+    {
+        m_locked = c->d->lock->acquire(&m_error);
+        m_ok = m_locked && c->refresh(&m_error);
+    }
+    ~Change()
+    {
+        if (m_locked) m_controller->d->lock->release();
+    }
+    bool ok() const { return m_ok; }
+    EEPtCloudActResult fail() const { return m_controller->d->fail(PCAR_FileError, m_error); }
+
+private:
+    PtCloud_Controller* m_controller;
+    QString m_error;
+    bool m_locked = false;
+    bool m_ok = false;
+};
 
 PtCloud_Controller::~PtCloud_Controller() = default;
 
@@ -92,31 +124,91 @@ QString PtCloud_Controller::lastError() const { return d->lastError; }
 bool PtCloud_Controller::load(QString* error)
 {
     const QDir dir(m_folder);
-    const QString manifest = dir.filePath(kManifest);
-    if (!QFileInfo::exists(manifest)) {
+    if (!QFileInfo::exists(dir.filePath(kManifest))) {
+        // Writing an empty manifest there would forget them.
+        if (!QDir(dir.filePath(kDataSetsDir)).isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot)) {
+            if (error) *error = QStringLiteral("%1 holds datasets but no %2").arg(m_folder, kManifest);
+            return false;
+        }
         if (!dir.mkpath(kDataSetsDir)) {
             if (error) *error = QStringLiteral("cannot create project folder %1").arg(m_folder);
             return false;
         }
-        return saveManifest(error);
+        if (!d->lock->acquire(error)) return false;
+        const bool saved = saveManifest(error);
+        d->lock->release();
+        return saved;
     }
+    if (!refresh(error)) return false;
+    PtCloud_ProjectFiles::removeTemporaries(dir.filePath(kDataSetsDir), PtCloud_ProjectFiles::EndedProcesses);
+    return true;
+}
+
+bool PtCloud_Controller::refresh(QString* error)
+{
+    const QString manifest = QDir(m_folder).filePath(kManifest);
     QJsonObject o;
     if (!PtCloud_JsonFile::read(manifest, &o, error)) return false;
     if (o.value("format").toString() != QLatin1String("ptcloud-project")) {
         if (error) *error = QStringLiteral("%1 is not a project manifest").arg(manifest);
         return false;
     }
+    if (o == d->manifest) return true;
+    // Every folder is checked before anything is taken from the manifest.
+    const QString root = QDir(m_folder).filePath(kDataSetsDir);
+    const QJsonObject sets = o.value("datasets").toObject();
+    QMap<QString, QString> folders;
+    for (auto it = sets.begin(); it != sets.end(); ++it) {
+        const QString rel = it.value().toString();
+        QString why;
+        const QString clean = QDir::cleanPath(rel);
+        if (!clean.startsWith(QLatin1String(kDataSetsDir) + QLatin1Char('/')) ||
+            PtCloud_ProjectFiles::confined(root, clean.mid(int(std::strlen(kDataSetsDir)) + 1), &why).isEmpty()) {
+            if (error)
+                *error = QStringLiteral("%1: the folder \"%2\" of dataset %3 is not inside %4")
+                             .arg(manifest, rel, it.key(), root);
+            return false;
+        }
+        folders.insert(it.key(), clean);
+    }
+    d->manifest = o;
+    d->las.clear();
     const QJsonObject las = o.value("las").toObject();
     for (auto it = las.begin(); it != las.end(); ++it) d->las.insert(it.key(), it.value().toString());
-    const QJsonObject sets = o.value("datasets").toObject();
-    for (auto it = sets.begin(); it != sets.end(); ++it) {
-        auto* ds = new PtCloudDataSet(it.key(), dir.filePath(it.value().toString()), this);
-        QString err;
-        if (!ds->load(&err)) qWarning("dataset %s: %s", qPrintable(it.key()), qPrintable(err));
-        d->dataSetFolders.insert(it.key(), it.value().toString());
-        d->dataSets.insert(it.key(), ds);
+    for (auto it = d->unsavedLas.cbegin(); it != d->unsavedLas.cend(); ++it)
+        if (!d->las.values().contains(it.value())) d->las.insert(uniqueLasKey(QFileInfo(it.value())), it.value());
+    // Datasets another process removed, renamed or moved go; the new ones come.
+    for (const QString& name : d->dataSets.keys()) {
+        if (folders.value(name) == d->dataSetFolders.value(name)) continue;
+        PtCloudDataSet* ds = d->dataSets.take(name);
+        d->dataSetFolders.remove(name);
+        emit sg_DataSet_Removed(name);
+        delete ds;
+    }
+    for (auto it = folders.cbegin(); it != folders.cend(); ++it) {
+        if (d->dataSets.contains(it.key())) continue;
+        d->dataSetFolders.insert(it.key(), it.value());
+        d->dataSets.insert(it.key(), openDataSet(it.key(), it.value()));
+        emit sg_DataSet_Added(it.key());
     }
     return true;
+}
+
+PtCloudDataSet* PtCloud_Controller::openDataSet(const QString& name, const QString& rel)
+{
+    auto* ds = new PtCloudDataSet(name, QDir(m_folder).filePath(rel), this);
+    ds->setLock(d->lock.get());
+    QString ignored;
+    ds->load(&ignored);  // an unreadable dataset keeps its reason and refuses every change
+    return ds;
+}
+
+QString PtCloud_Controller::uniqueLasKey(const QFileInfo& info) const
+{
+    QString k = info.fileName();
+    for (int i = 2; d->las.contains(k); ++i)
+        k = QStringLiteral("%1_%2.%3").arg(info.completeBaseName()).arg(i).arg(info.suffix());
+    return k;
 }
 
 bool PtCloud_Controller::saveManifest(QString* error) const
@@ -130,7 +222,10 @@ bool PtCloud_Controller::saveManifest(QString* error) const
     o.insert("version", 1);
     o.insert("las", las);
     o.insert("datasets", sets);
-    return PtCloud_JsonFile::write(QDir(m_folder).filePath(kManifest), o, error);
+    if (!PtCloud_JsonFile::write(QDir(m_folder).filePath(kManifest), o, error)) return false;
+    d->manifest = o;
+    d->unsavedLas.clear();
+    return true;
 }
 
 // ---- queries
@@ -186,14 +281,13 @@ bool PtCloud_Controller::isValidNewDataSetName(const QString& name) const
 
 EEPtCloudActResult PtCloud_Controller::doCmd_LasFile_Import(const stControlParam_LasFile_Import& p, QString* key)
 {
-    const QFileInfo info(p.filepath);
+    return importLasFile(p.filepath, true, key);
+}
+
+EEPtCloudActResult PtCloud_Controller::importLasFile(const QString& filepath, bool save, QString* key)
+{
+    const QFileInfo info(filepath);
     const QString path = info.absoluteFilePath();
-    for (auto it = d->las.cbegin(); it != d->las.cend(); ++it) {
-        if (it.value() == path) {  // already referenced: same key
-            if (key) *key = it.key();
-            return PCAR_Success;
-        }
-    }
     LasReader reader;
     QString err;
     if (!reader.open(path, &err)) {
@@ -201,11 +295,26 @@ EEPtCloudActResult PtCloud_Controller::doCmd_LasFile_Import(const stControlParam
         return d->fail(PCAR_FileError, err);
     }
     reader.close();
-    QString k = info.fileName();
-    for (int i = 2; d->las.contains(k); ++i)
-        k = QStringLiteral("%1_%2.%3").arg(info.completeBaseName()).arg(i).arg(info.suffix());
+    std::unique_ptr<Change> change;
+    if (save) {
+        change = std::make_unique<Change>(this);
+        if (!change->ok()) {
+            const EEPtCloudActResult r = change->fail();
+            if (key) *key = d->lastError;
+            return r;
+        }
+    }
+    for (auto it = d->las.cbegin(); it != d->las.cend(); ++it) {
+        if (it.value() == path) {  // already referenced: same key
+            if (key) *key = it.key();
+            return PCAR_Success;
+        }
+    }
+    const QString k = uniqueLasKey(info);
     d->las.insert(k, path);
-    if (!saveManifest(&err)) {
+    if (!save) {
+        d->unsavedLas.insert(k, path);
+    } else if (!saveManifest(&err)) {
         d->las.remove(k);
         if (key) *key = err;
         return d->fail(PCAR_FileError, err);
@@ -216,6 +325,8 @@ EEPtCloudActResult PtCloud_Controller::doCmd_LasFile_Import(const stControlParam
 
 EEPtCloudActResult PtCloud_Controller::doCmd_LasFile_Remove(const stControlParam_LasFile_Remove& p)
 {
+    Change change(this);
+    if (!change.ok()) return change.fail();
     if (!d->las.contains(p.key)) return d->fail(PCAR_NotFound, QStringLiteral("no LAS file %1").arg(p.key));
     const QString path = d->las.take(p.key);
     QString err;
@@ -236,34 +347,41 @@ QString PtCloud_Controller::newDataSetFolder(const QString& name) const
     const QDir dir(m_folder);
     for (int i = 0;; ++i) {
         const QString rel = QStringLiteral("%1/%2").arg(kDataSetsDir, i == 0 ? base : QStringLiteral("%1_%2").arg(base).arg(i));
-        if (!QFileInfo::exists(dir.filePath(rel)) && !QFileInfo::exists(partFolder(rel)))
-            return rel;
+        if (!QFileInfo::exists(dir.filePath(rel))) return rel;
     }
 }
 
 QString PtCloud_Controller::partFolder(const QString& rel) const
 {
-    return QDir(m_folder).filePath(rel + QStringLiteral(".part"));
+    return PtCloud_ProjectFiles::temporaryFor(QDir(m_folder).filePath(rel));
 }
 
-EEPtCloudActResult PtCloud_Controller::adoptDataSetFolder(const QString& name, const QString& rel,
-                                                          const QString& partFolder)
+EEPtCloudActResult PtCloud_Controller::adoptDataSetFolder(const QString& name, const QString& partFolder)
 {
-    const QDir dir(m_folder);
-    QString err;
-    if (!QDir().rename(partFolder, dir.filePath(rel))) {
+    Change change(this);
+    auto abandon = [&](EEPtCloudActResult code, const QString& why) {
         QDir(partFolder).removeRecursively();
-        return d->fail(PCAR_FileError, QStringLiteral("cannot move the new dataset into %1").arg(rel));
+        return d->fail(code, why);
+    };
+    if (!change.ok()) {
+        change.fail();
+        return abandon(PCAR_FileError, d->lastError);
     }
+    // Another process may have taken the name meanwhile.
+    if (!isValidNewDataSetName(name))
+        return abandon(PCAR_AlreadyExists, QStringLiteral("invalid or existing dataset name \"%1\"").arg(name));
+    const QDir dir(m_folder);
+    const QString rel = newDataSetFolder(name);
+    if (!QDir().rename(partFolder, dir.filePath(rel)))
+        return abandon(PCAR_FileError, QStringLiteral("cannot move the new dataset into %1").arg(rel));
     d->dataSetFolders.insert(name, rel);
+    QString err;
     if (!saveManifest(&err)) {
         d->dataSetFolders.remove(name);
         QDir(dir.filePath(rel)).removeRecursively();
         return d->fail(PCAR_FileError, err);
     }
-    auto* ds = new PtCloudDataSet(name, dir.filePath(rel), this);
-    if (!ds->load(&err)) qWarning("dataset %s: %s", qPrintable(name), qPrintable(err));
-    d->dataSets.insert(name, ds);
+    d->dataSets.insert(name, openDataSet(name, rel));
     emit sg_DataSet_Added(name);
     return PCAR_Success;
 }
@@ -304,8 +422,7 @@ EEPtCloudActResult PtCloud_Controller::makeDataSet(const stControlParam_DataSet_
         }
     }
 
-    const QString rel = newDataSetFolder(name);
-    const QString part = partFolder(rel);
+    const QString part = partFolder(newDataSetFolder(name));
     if (!QDir().mkpath(part)) return d->fail(PCAR_FileError, QStringLiteral("cannot create %1").arg(part));
     auto abandon = [&](EEPtCloudActResult code, const QString& why) {
         QDir(part).removeRecursively();
@@ -382,7 +499,7 @@ EEPtCloudActResult PtCloud_Controller::makeDataSet(const stControlParam_DataSet_
     }
     builder.reset();
     if (progress) progress->setProgress(100);
-    return adoptDataSetFolder(name, rel, part);
+    return adoptDataSetFolder(name, part);
 }
 
 std::unique_ptr<PtCloud_DataSetBuilder> PtCloud_Controller::makeBuilder(const QString& path,
@@ -406,6 +523,8 @@ std::unique_ptr<PtCloud_DataSetBuilder> PtCloud_Controller::makeBuilder(const QS
 
 EEPtCloudActResult PtCloud_Controller::doCmd_DataSet_Rename(const stControlParam_DataSet_Rename& p)
 {
+    Change change(this);
+    if (!change.ok()) return change.fail();
     const QString newName = p.newName.trimmed();
     PtCloudDataSet* ds = d->dataSets.value(p.oldName, nullptr);
     if (!ds) return d->fail(PCAR_NotFound, QStringLiteral("no dataset %1").arg(p.oldName));
@@ -431,6 +550,8 @@ EEPtCloudActResult PtCloud_Controller::doCmd_DataSet_Rename(const stControlParam
 
 EEPtCloudActResult PtCloud_Controller::doCmd_DataSet_Remove(const stControlParam_DataSet_Remove& p)
 {
+    Change change(this);
+    if (!change.ok()) return change.fail();
     PtCloudDataSet* ds = d->dataSets.value(p.name, nullptr);
     if (!ds) return d->fail(PCAR_NotFound, QStringLiteral("no dataset %1").arg(p.name));
     const QString rel = d->dataSetFolders.take(p.name);
@@ -443,37 +564,61 @@ EEPtCloudActResult PtCloud_Controller::doCmd_DataSet_Remove(const stControlParam
     // Listeners take their items down before the files go.
     emit sg_DataSet_Removed(p.name);
     delete ds;
-    QDir(QDir(m_folder).filePath(rel)).removeRecursively();
+    const QDir dir(m_folder);
+    if (!PtCloud_ProjectFiles::removeFolder(dir.filePath(kDataSetsDir), dir.filePath(rel), &err))
+        return d->fail(PCAR_FileError, QStringLiteral("dataset %1 forgotten, its files kept: %2").arg(p.name, err));
     return PCAR_Success;
 }
 
 EEPtCloudActResult PtCloud_Controller::doCmd_DataSet_Copy(const stControlParam_DataSet_Copy& p)
 {
+    // Held throughout, so that the source cannot go while it is copied.
+    Change change(this);
+    if (!change.ok()) return change.fail();
     PtCloudDataSet* src = d->dataSets.value(p.source, nullptr);
     if (!src) return d->fail(PCAR_NotFound, QStringLiteral("no dataset %1").arg(p.source));
     const QString name = p.target.trimmed();
     if (!isValidNewDataSetName(name))
         return d->fail(PCAR_InvalidParameter, QStringLiteral("invalid or existing dataset name \"%1\"").arg(p.target));
-    const QString rel = newDataSetFolder(name);
-    const QString part = partFolder(rel);
-    if (!copyFolder(src->getFolder(), part)) {
+    const QString part = partFolder(newDataSetFolder(name));
+    QString err;
+    if (!src->isUsable(&err) || !copyFiles(src->getFolder(), src->referencedFiles(), part, &err)) {
         QDir(part).removeRecursively();
-        return d->fail(PCAR_FileError, QStringLiteral("cannot copy dataset %1").arg(p.source));
+        return d->fail(PCAR_FileError, QStringLiteral("cannot copy dataset %1: %2").arg(p.source, err));
     }
-    return adoptDataSetFolder(name, rel, part);
+    return adoptDataSetFolder(name, part);
 }
 
-bool PtCloud_Controller::copyFolder(const QString& from, const QString& to)
+bool PtCloud_Controller::copyFiles(const QString& from, const QStringList& files, const QString& to, QString* error)
 {
-    const QDir src(from);
-    if (!QDir().mkpath(to)) return false;
-    for (const QFileInfo& fi : src.entryInfoList(QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot)) {
-        const QString target = QDir(to).filePath(fi.fileName());
-        if (fi.isDir()) {
-            if (!copyFolder(fi.absoluteFilePath(), target)) return false;
-        } else if (!QFile::copy(fi.absoluteFilePath(), target)) {
+    for (const QString& rel : files) {
+        QFile in(QDir(from).filePath(rel));
+        const QString target = QDir(to).filePath(rel);
+        if (!QDir().mkpath(QFileInfo(target).path())) {
+            *error = QStringLiteral("cannot create %1").arg(QFileInfo(target).path());
             return false;
         }
+        QSaveFile out(target);
+        if (!in.open(QIODevice::ReadOnly)) {
+            *error = QStringLiteral("cannot read %1: %2").arg(in.fileName(), in.errorString());
+            return false;
+        }
+        if (!out.open(QIODevice::WriteOnly)) {
+            *error = QStringLiteral("cannot write %1: %2").arg(target, out.errorString());
+            return false;
+        }
+        std::vector<char> buffer(1 << 20);
+        for (qint64 n; (n = in.read(buffer.data(), qint64(buffer.size()))) != 0;) {
+            if (n < 0) {
+                *error = QStringLiteral("cannot read %1: %2").arg(in.fileName(), in.errorString());
+                return false;
+            }
+            if (out.write(buffer.data(), n) != n) {
+                *error = PtCloud_FileCommit::writeFailure(out);
+                return false;
+            }
+        }
+        if (!PtCloud_FileCommit::commit(out, error)) return false;
     }
     return true;
 }
@@ -513,8 +658,7 @@ EEPtCloudActResult PtCloud_Controller::doCmd_DataSet_Merge(const stControlParam_
         files.push_back(std::move(f));
     }
 
-    const QString rel = newDataSetFolder(name);
-    const QString part = partFolder(rel);
+    const QString part = partFolder(newDataSetFolder(name));
     if (!QDir().mkpath(part)) return d->fail(PCAR_FileError, QStringLiteral("cannot create %1").arg(part));
     quint64 total = 0;
     for (auto& f : files) total += f->getHeader().pointCount;
@@ -539,7 +683,7 @@ EEPtCloudActResult PtCloud_Controller::doCmd_DataSet_Merge(const stControlParam_
         QDir(part).removeRecursively();
         return d->fail(PCAR_FileError, err);
     }
-    return adoptDataSetFolder(name, rel, part);
+    return adoptDataSetFolder(name, part);
 }
 
 // ---- long actions (worker thread)

@@ -3,10 +3,13 @@
 #include <QMap>
 #include <QObject>
 #include <QString>
+#include <QStringList>
 #include <memory>
 
 #include "ControlParams.h"
 #include "PtCloudEnums.h"
+
+class QFileInfo;
 
 namespace ptCloud {
 
@@ -55,6 +58,10 @@ public:
     EEPtCloudActResult doCmd_DataSet_Do_Sample(const stControlParam_DataSet_Do_Sample& p,
                                                ILongLiveActionProgress* progress);
 
+    // A LAS file referenced like doCmd_LasFile_Import does; unless save, the
+    // reference is written only with the next dataset made, so that a
+    // failed or killed import leaves none.
+    EEPtCloudActResult importLasFile(const QString& filepath, bool save, QString* key);
     // doCmd_DataSet_Make with a progress sink (the command-line tool shows it).
     EEPtCloudActResult makeDataSet(const stControlParam_DataSet_Make& p, ILongLiveActionProgress* progress);
     // One-line reason of the last failed command on this thread's side.
@@ -70,17 +77,25 @@ signals:
     void sg_DataSet_Renamed(QString, QString);
 
 private:
+    class Change;
     bool saveManifest(QString* error) const;
+    // Brings the model up to date with the manifest on disk; refuses a
+    // manifest whose dataset folders lie outside the project's datasets folder.
+    bool refresh(QString* error);
+    PtCloudDataSet* openDataSet(const QString& name, const QString& rel);
+    QString uniqueLasKey(const QFileInfo& info) const;
     QString newDataSetFolder(const QString& name) const;
     // Where a new dataset folder is built before it is renamed into place.
     QString partFolder(const QString& rel) const;
-    EEPtCloudActResult adoptDataSetFolder(const QString& name, const QString& rel, const QString& partFolder);
+    // Moves a dataset built in partFolder into the project (removing it on failure).
+    EEPtCloudActResult adoptDataSetFolder(const QString& name, const QString& partFolder);
     // A builder for a new dataset, bucketing over the header bounds of its
     // LAS files when they hold the first points read.
     std::unique_ptr<PtCloud_DataSetBuilder> makeBuilder(const QString& path, const stPtCloud_DataSetHeader& header,
                                                         const double minAbs[3], const double maxAbs[3],
                                                         const pcBoundingBoxf& first) const;
-    static bool copyFolder(const QString& from, const QString& to);
+    // Copies files (relative to from) into to, each written atomically.
+    static bool copyFiles(const QString& from, const QStringList& files, const QString& to, QString* error);
     QString sourceFor(const QString& dataSetName) const;
 
     struct Impl;

@@ -53,6 +53,19 @@ QString PtCloud_DataSetFile::lastError() const
     return m_error;
 }
 
+bool PtCloud_DataSetFile::moveTo(const QString& filepath)
+{
+    const bool wasOpen = isOpened();
+    closeFile();
+    const bool moved = QFile::rename(m_path, filepath);
+    if (moved) {
+        m_path = filepath;
+        m_file.setFileName(filepath);
+    }
+    if (wasOpen) openFile();
+    return moved;
+}
+
 bool PtCloud_DataSetFile::openFile()
 {
     if (m_file.isOpen()) return true;

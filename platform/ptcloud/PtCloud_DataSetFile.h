@@ -30,6 +30,8 @@ public:
     bool isValid() const;
     bool isOpened() const;
     QString getFilepath() const;
+    // Renames the file (closed meanwhile); false when it cannot be.
+    bool moveTo(const QString& filepath);
     // Why the last open or read failed.
     QString lastError() const;
     // Reads a block into an array of the caller's; false (and lastError) when

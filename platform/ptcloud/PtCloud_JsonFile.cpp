@@ -5,6 +5,8 @@
 #include <QJsonParseError>
 #include <QSaveFile>
 
+#include "PtCloud_FileCommit.h"
+
 namespace ptCloud {
 
 bool PtCloud_JsonFile::read(const QString& path, QJsonObject* out, QString* error)
@@ -32,11 +34,11 @@ bool PtCloud_JsonFile::write(const QString& path, const QJsonObject& object, QSt
         return false;
     }
     const QByteArray data = QJsonDocument(object).toJson(QJsonDocument::Indented);
-    if (f.write(data) != data.size() || !f.commit()) {
-        if (error) *error = QStringLiteral("cannot write %1: %2").arg(path, f.errorString());
+    if (f.write(data) != data.size()) {
+        if (error) *error = PtCloud_FileCommit::writeFailure(f);
         return false;
     }
-    return true;
+    return PtCloud_FileCommit::commit(f, error);
 }
 
 }  // namespace ptCloud

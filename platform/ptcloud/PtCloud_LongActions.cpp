@@ -23,6 +23,7 @@
 #include "PtCloud_DataSetBuilder.h"
 #include "PtCloud_DataSetFile.h"
 #include "PtCloud_ProgressRange.h"
+#include "PtCloud_ProjectFiles.h"
 
 namespace ptCloud {
 
@@ -55,14 +56,20 @@ Outcome writePoints(const QString& path, const stPtCloud_DataSetHeader& source, 
     header.origin = source.origin;
     header.columns = points.columnList();
     PtCloud_DataSetBuilder::Options options;
-    options.tempDir = QFileInfo(path).absolutePath();
+    // Named like the target's temporary, so that what a killed run spilled is found and removed.
+    options.tempDir = PtCloud_ProjectFiles::temporaryFor(path + QStringLiteral(".spill"));
     // The points are in memory already: the builder spills early rather than hold a second copy.
     options.memoryBudgetBytes = 256ll << 20;
     QDir().mkpath(options.tempDir);
     const pcBoundingBoxf bounds = points.computeBounds();
-    PtCloud_DataSetBuilder builder(path, header, bounds.valid() ? bounds : pcBoundingBoxf(0, 0, 0, 1, 1, 1), options);
     QString err;
-    if (!builder.addPoints(points, &err) || !builder.finish(progress, &err)) return failed(err, progress);
+    bool written = false;
+    {
+        PtCloud_DataSetBuilder builder(path, header, bounds.valid() ? bounds : pcBoundingBoxf(0, 0, 0, 1, 1, 1), options);
+        written = builder.addPoints(points, &err) && builder.finish(progress, &err);
+    }
+    QDir(options.tempDir).removeRecursively();
+    if (!written) return failed(err, progress);
     return {};
 }
 
@@ -197,8 +204,29 @@ EEPtCloudActResult PtCloud_LongActions::doDem(const stControlParam_DataSet_Do& p
 
     stPtCloud_PointArray all;
     stPtCloud_DataSetHeader header;
-    QString why;
     if (const EEPtCloudActResult r = loadSource(&all, &header); r != PCAR_Success) return r;
+    // The products are written beside those they replace and take their
+    // places together once all are written: a stopped or failed run leaves
+    // the previous DEM whole.
+    const QString heightMapWorld = Algo_HeightMap::worldFilePath(heightMapPath);
+    QStringList written;
+    for (const QString& path : {meshPath, heightMapPath, heightMapWorld, contourPath, classifyPath})
+        written << PtCloud_ProjectFiles::temporaryFor(path);
+    const EEPtCloudActResult result = makeDem(all, header, written, pixels, levels);
+    QString why;
+    for (const QString& path : written)
+        if (result != PCAR_Success || !PtCloud_ProjectFiles::publish(path, &why)) QFile::remove(path);
+    if (result != PCAR_Success) return result;
+    if (!why.isEmpty()) return failed(why, m_progress).code;
+    if (m_progress) m_progress->setProgress(100);
+    return PCAR_Success;
+}
+
+EEPtCloudActResult PtCloud_LongActions::makeDem(stPtCloud_PointArray& all, const stPtCloud_DataSetHeader& header,
+                                                const QStringList& paths, int pixels, int levels)
+{
+    const QString &meshPath = paths[0], &heightMapPath = paths[1], &contourPath = paths[3], &classifyPath = paths[4];
+    QString why;
 
     // Ground first: the cloth as fine as the points are dense.
     std::vector<int> classes;
@@ -240,10 +268,7 @@ EEPtCloudActResult PtCloud_LongActions::doDem(const stControlParam_DataSet_Do& p
     PtCloud_ProgressRange writing(m_progress, 90, 100);
     writing.setProgressText(QStringLiteral("writing the classification"));
     labelClasses(all, classes);
-    o = writePoints(classifyPath, header, DST_Classify, CM_Classification, all, &writing);
-    if (!o.ok()) return o.code;
-    if (m_progress) m_progress->setProgress(100);
-    return PCAR_Success;
+    return writePoints(classifyPath, header, DST_Classify, CM_Classification, all, &writing).code;
 }
 
 EEPtCloudActResult PtCloud_LongActions::doSplit(const stControlParam_DataSet_Do& p)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 #include <QVariantList>
 #include <vector>
 
@@ -29,6 +30,9 @@ private:
     // Every point of the source in one array; on failure the reason goes to the progress text.
     EEPtCloudActResult loadSource(stPtCloud_PointArray* all, stPtCloud_DataSetHeader* header);
     EEPtCloudActResult doDem(const stControlParam_DataSet_Do& p);
+    // Writes the DEM products to paths: mesh, height map, its world file, contour, classification.
+    EEPtCloudActResult makeDem(stPtCloud_PointArray& all, const stPtCloud_DataSetHeader& header,
+                               const QStringList& paths, int pixels, int levels);
     // Labels of every point by split method func (100-107) with the split
     // dialog's list. False with an empty reason for a list of the wrong shape.
     static bool runSplit(int func, const QVariantList& list, const stPtCloud_PointArray& all, std::vector<int>* labels,

@@ -8,6 +8,7 @@
 #include <cmath>
 
 #include "Algo_KdTree.h"
+#include "PtCloud_FileCommit.h"
 
 namespace ptCloud {
 
@@ -117,11 +118,7 @@ bool Algo_HeightMap::save(const QImage& image, const Placement& placement, const
         return Algo_KdTree::Job::fail(error, QObject::tr("cannot write the height map %1: %2").arg(imagePath, png.errorString()));
     if (!world.open(QIODevice::WriteOnly | QIODevice::Text) || world.write(worldFile(placement, origin).toUtf8()) < 0)
         return Algo_KdTree::Job::fail(error, QObject::tr("cannot write the world file %1: %2").arg(world.fileName(), world.errorString()));
-    if (!png.commit())
-        return Algo_KdTree::Job::fail(error, QObject::tr("cannot write the height map %1: %2").arg(imagePath, png.errorString()));
-    if (!world.commit())
-        return Algo_KdTree::Job::fail(error, QObject::tr("cannot write the world file %1: %2").arg(world.fileName(), world.errorString()));
-    return true;
+    return PtCloud_FileCommit::commit(png, error) && PtCloud_FileCommit::commit(world, error);
 }
 
 }  // namespace ptCloud

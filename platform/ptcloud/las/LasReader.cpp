@@ -22,6 +22,8 @@ const int kFullHeaderBytes = 375;
 const int kBufferBytes = 1 << 20;
 // Projection records larger than this are not kept (a WKT is a few KiB).
 const quint64 kMaxKeptRecord = 1 << 24;
+// The largest coordinate magnitude a file may reach.
+const double kCoordinateLimit = 1e12;
 
 template <class T> T le(const char* p) {
     T v;
@@ -222,6 +224,14 @@ bool LasReader::readHeader(QString* why) {
         if (h.scale[a] == 0.0 || !std::isfinite(h.scale[a]) || !std::isfinite(h.offset[a])) {
             *why = QStringLiteral("%1 scale %2 or offset %3 is unusable")
                        .arg(QLatin1Char(char('X' + a))).arg(h.scale[a]).arg(h.offset[a]);
+            return false;
+        }
+        // Past this a double no longer holds a coordinate to the millimetre
+        // (and a large enough scale turns records into infinities).
+        const double reach = std::fabs(h.offset[a]) + 2147483648.0 * std::fabs(h.scale[a]);
+        if (!(reach <= kCoordinateLimit)) {
+            *why = QStringLiteral("%1 scale %2 and offset %3 give coordinates beyond %4")
+                       .arg(QLatin1Char(char('X' + a))).arg(h.scale[a]).arg(h.offset[a]).arg(kCoordinateLimit);
             return false;
         }
     }

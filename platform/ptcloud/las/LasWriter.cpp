@@ -11,6 +11,8 @@
 #include <cstring>
 #include <limits>
 
+#include "PtCloud_FileCommit.h"
+
 namespace ptCloud {
 
 static_assert(Q_BYTE_ORDER == Q_LITTLE_ENDIAN, "records are encoded by copying little-endian bytes");
@@ -125,7 +127,7 @@ bool LasWriter::open(const QString& path, bool withColor, const double scale[3],
         lead.resize(lead.size() + 8, '\0');
     }
     if (m_file.write(lead.data(), qint64(lead.size())) != qint64(lead.size()))
-        return fail(QStringLiteral("cannot write %1: %2").arg(path, m_file.errorString()));
+        return fail(PtCloud_FileCommit::writeFailure(m_file));
     return true;
 }
 
@@ -211,7 +213,7 @@ bool LasWriter::write(const stPtCloud_PointArray& points, QString* error) {
             if (m_withLabel) put<qint32>(r + recLen - 4, label.at(i));
         }
         if (!putRecords(buf.data(), k))
-            return fail(QStringLiteral("cannot write %1: %2").arg(m_file.fileName(), m_file.errorString()));
+            return fail(PtCloud_FileCommit::writeFailure(m_file));
         m_count += quint64(k);
     }
     return true;
@@ -249,7 +251,7 @@ bool LasWriter::close(QString* error) {
     if (m_codec) {
         // The chunk table: version, count, then each chunk's size coded as a step from the last.
         if (!flushChunk())
-            return fail(QStringLiteral("cannot write %1: %2").arg(m_file.fileName(), m_file.errorString()));
+            return fail(PtCloud_FileCommit::writeFailure(m_file));
         char table[16];
         put<qint64>(table, m_file.pos());
         put<quint32>(table + 8, 0);
@@ -263,7 +265,7 @@ bool LasWriter::close(QString* error) {
         if (m_file.write(table + 8, 8) != 8 ||
             m_file.write(reinterpret_cast<const char*>(e.bytes().data()), coded) != coded ||
             !m_file.seek(m_offsetToPoints) || m_file.write(table, 8) != 8)
-            return fail(QStringLiteral("cannot write %1: %2").arg(m_file.fileName(), m_file.errorString()));
+            return fail(PtCloud_FileCommit::writeFailure(m_file));
     }
     std::vector<char> head(kHeaderBytes, '\0');
     char* h = head.data();
@@ -292,12 +294,8 @@ bool LasWriter::close(QString* error) {
     put<quint64>(h + 247, m_count);
     for (int r = 0; r < 15; ++r) put<quint64>(h + 255 + 8 * r, m_byReturn[r]);
     if (!m_file.seek(0) || m_file.write(head.data(), kHeaderBytes) != kHeaderBytes)
-        return fail(QStringLiteral("cannot write %1: %2").arg(m_file.fileName(), m_file.errorString()));
-    if (!m_file.commit()) {
-        if (error) *error = QStringLiteral("cannot save %1: %2").arg(m_file.fileName(), m_file.errorString());
-        return false;
-    }
-    return true;
+        return fail(PtCloud_FileCommit::writeFailure(m_file));
+    return PtCloud_FileCommit::commit(m_file, error);
 }
 
 }  // namespace ptCloud

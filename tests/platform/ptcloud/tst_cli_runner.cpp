@@ -5,6 +5,27 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QProcess>
+#include <csignal>
+#include <sys/resource.h>
+
+namespace {
+class LimitedProcess : public QProcess {
+public:
+    explicit LimitedProcess(qint64 limit) : m_limit(limit) {}
+
+protected:
+    void setupChildProcess() override
+    {
+        if (m_limit < 0) return;
+        const rlimit limit{rlim_t(m_limit), rlim_t(m_limit)};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        std::signal(SIGXFSZ, SIG_IGN);  // the write fails with EFBIG instead of ending the process
+    }
+
+private:
+    qint64 m_limit;
+};
+}  // namespace
 
 QByteArray TstCliRunner::Result::describe() const
 {
@@ -12,9 +33,9 @@ QByteArray TstCliRunner::Result::describe() const
         .arg(QString::fromUtf8(err)).toUtf8();
 }
 
-TstCliRunner::Result TstCliRunner::run(const QStringList& args, int timeoutMs)
+TstCliRunner::Result TstCliRunner::run(const QStringList& args, int timeoutMs, qint64 limitBytes)
 {
-    QProcess process;
+    LimitedProcess process(limitBytes);
     process.start(binary(), args);
     Result r;
     r.finished = process.waitForFinished(timeoutMs) && process.exitStatus() == QProcess::NormalExit;

@@ -20,7 +20,9 @@ public:
     };
 
     static QString binary() { return QStringLiteral(PTCLOUD_CLI); }
-    static Result run(const QStringList& args, int timeoutMs = 300000);
+    // limitBytes >= 0: every write past that many bytes of a file fails in
+    // the command, as writes do on a full disk.
+    static Result run(const QStringList& args, int timeoutMs = 300000, qint64 limitBytes = -1);
     // ptcloud dataset info DIR NAME --json, parsed; empty with *error on failure.
     static QJsonObject info(const QString& project, const QString& name, QString* error);
     // Every file and folder below dir (relative path) with a hash of its

@@ -7,12 +7,15 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
+#include <cerrno>
+#include <cstring>
 
 #include "PtCloudDataSet.h"
 #include "PtCloud_BlockFileWriter.h"
 #include "PtCloud_ContourFile.h"
 #include "PtCloud_Controller.h"
 #include "PtCloud_DataSetFile.h"
+#include "PtCloud_FileCommit.h"
 #include "PtCloud_Project.h"
 #include "VolumeCalcAreaList.h"
 
@@ -87,6 +90,9 @@ private slots:
     void renameRemoveCopyMerge();
     void makeRefusesMissingColumn();
     void contentSignalsCarryNames();
+    void failedSyncChangesNothing_data();
+    void failedSyncChangesNothing();
+    void changesOfOthersAreKept();
 };
 
 void TestProject::newProjectIsEmpty()
@@ -403,6 +409,77 @@ void TestProject::contentSignalsCarryNames()
     QVERIFY(ds->getContent_PointDataSetFile()->openFile());
     QCOMPARE(ds->getContent_PointDataSetFile()->getHeader().pointCount, quint64(7));
     QVERIFY(!QFileInfo::exists(located));
+}
+
+void TestProject::failedSyncChangesNothing_data()
+{
+    QTest::addColumn<int>("change");
+    QTest::addColumn<int>("errorNumber");
+    const char* const names[] = {"rename", "remove", "make", "copy", "earth volume", "remove LAS reference"};
+    for (int change = 0; change < 6; ++change) {
+        QTest::addRow("%s, disk full", names[change]) << change << ENOSPC;
+        QTest::addRow("%s, disk broken", names[change]) << change << EIO;
+    }
+}
+
+void TestProject::failedSyncChangesNothing()
+{
+    QFETCH(int, change);
+    QFETCH(int, errorNumber);
+    if (!needData()) QSKIP("../shared/data is absent: no real LAS files to import");
+    QTemporaryDir dir;
+    const QString folder = dir.filePath("p");
+    QString key;
+    {
+        PtCloud_Project project;
+        QVERIFY(openWithDataSet(&project, folder, "a", &key));
+    }
+    const QMap<QString, QByteArray> before = folderListing(folder);
+    {
+        PtCloud_Project project;
+        QString err;
+        QVERIFY(project.open(folder, &err));
+        PtCloud_Controller* c = project.getController();
+        PtCloud_FileCommit::setSyncFailureForTesting(errorNumber);
+        EEPtCloudActResult result = PCAR_Success;
+        switch (change) {
+        case 0: result = c->doCmd_DataSet_Rename({"a", "b"}); break;
+        case 1: result = c->doCmd_DataSet_Remove({"a"}); break;
+        case 2: result = c->doCmd_DataSet_Make({{key}, {DSC_Location}, "b"}); break;
+        case 3: result = c->doCmd_DataSet_Copy({"a", "b"}); break;
+        case 4:
+            if (!c->getDataSet("a")->addContent_EarthVolume()) result = PCAR_FileError;
+            err = c->getDataSet("a")->lastError();
+            break;
+        case 5: result = c->doCmd_LasFile_Remove({key}); break;
+        }
+        PtCloud_FileCommit::setSyncFailureForTesting(0);
+        if (change != 4) err = c->lastError();
+        QCOMPARE(result, PCAR_FileError);
+        QVERIFY2(err.endsWith(QString::fromLocal8Bit(std::strerror(errorNumber))), qPrintable(err));
+    }
+    QCOMPARE(folderListing(folder), before);
+}
+
+void TestProject::changesOfOthersAreKept()
+{
+    if (!needData()) QSKIP("../shared/data is absent: no real LAS files to import");
+    QTemporaryDir dir;
+    const QString folder = dir.filePath("p");
+    PtCloud_Project first, second;
+    QString key, err;
+    QVERIFY(openWithDataSet(&first, folder, "a", &key));
+    QVERIFY(second.open(folder, &err));
+    // Each changes what it loaded; neither may undo the other's change.
+    QCOMPARE(first.getController()->doCmd_DataSet_Copy({"a", "b"}), PCAR_Success);
+    QSignalSpy added(second.getController(), SIGNAL(sg_DataSet_Added(QString)));
+    QCOMPARE(second.getController()->doCmd_DataSet_Rename({"b", "c"}), PCAR_Success);
+    QCOMPARE(added.count(), 1);
+    QVERIFY(first.getController()->getDataSet("a")->addContent_EarthVolume());
+    PtCloud_Project third;
+    QVERIFY(third.open(folder, &err));
+    QCOMPARE(third.getController()->getDataSets().keys(), (QStringList{"a", "c"}));
+    QVERIFY(third.getController()->getDataSet("a")->getContent_EarthVolume());
 }
 
 QTEST_GUILESS_MAIN(TestProject)
