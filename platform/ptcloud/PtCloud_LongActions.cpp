@@ -53,6 +53,7 @@ Outcome writePoints(const QString& path, const stPtCloud_DataSetHeader& source, 
     header.sort = DSS_Morton;
     header.coloringMode = coloring;
     header.origin = source.origin;
+    header.quantum = source.quantum;
     header.columns = points.columnList();
     PtCloud_DataSetBuilder::Options options;
     options.tempDir = QFileInfo(path).absolutePath();
