@@ -77,7 +77,12 @@ ContentProperties::Rows ContentProperties::ofDataSet(const PtCloudDataSet* dataS
     rows << qMakePair(tr("name"), dataSet->getName());
     if (const PtCloud_DataSetFile* points = dataSet->getContent_PointDataSetFile()) {
         PtCloud_DataSetFile reader(points->getFilepath());
-        if (reader.openFile()) rows << qMakePair(tr("points"), count(reader.getHeader().pointCount));
+        if (reader.openFile()) {
+            rows << qMakePair(tr("points"), count(reader.getHeader().pointCount));
+            // The file keeps every position exactly; only the view rounds them.
+            const QString drawn = reader.getHeader().drawnNote();
+            if (!drawn.isEmpty()) rows << qMakePair(tr("note"), drawn);
+        }
     }
     const auto named = [](const QMap<QString, PtCloud_DataSetFile*>* map) { return map ? map->size() : 0; };
     rows << qMakePair(tr("meshes"), QString::number(named(dataSet->getContent_Meshs())))

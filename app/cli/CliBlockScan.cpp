@@ -17,6 +17,8 @@ bool CliBlockScan::run(const QString& pointsFile, ILongLiveActionProgress* progr
         return false;
     }
     *header = file.getHeader();
+    // Counts, bounds and exports work from the exact positions.
+    file.setExactPositions(true);
     qint64 done = 0;
     for (auto it = blocks.cbegin(); it != blocks.cend(); ++it) {
         const stPtCloud_PointArray* block = file.readBlock(it.key());

@@ -11,7 +11,8 @@ class ILongLiveActionProgress;
 }
 
 // Walks every block of a points file in id order through a reader of its
-// own, reporting progress and honouring a stop request ("cancelled").
+// own, reporting progress and honouring a stop request ("cancelled"). Blocks
+// carry their exact positions where the file stores them.
 class CliBlockScan {
 public:
     using Visitor = std::function<bool(const ptCloud::stPtCloud_PointArray& block, QString* error)>;

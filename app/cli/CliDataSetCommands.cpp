@@ -33,16 +33,28 @@ template <class Body> int withProject(const CliArguments& args, Body body)
     return body(project.getController());
 }
 
-// Scale: the grid the positions lie on, coarser only when the extent would
-// overflow the 32-bit integers. Offset: a round number near the middle, on
-// the same grid.
+// Scale: the grid the positions lie on (the file's quantum where it stores
+// them exactly), coarser only when the extent would overflow the 32-bit
+// integers. Offset: on the same grid near the middle, a round number where
+// the grid was guessed.
 void chooseScaleAndOffset(const CliDataSetSummary& summary, double scale[3], double offset[3])
 {
+    const double quantum[3] = {summary.quantum().x, summary.quantum().y, summary.quantum().z};
+    const double origin[3] = {summary.origin().x, summary.origin().y, summary.origin().z};
     for (int a = 0; a < 3; ++a) {
         if (summary.points() == 0) {
             scale[a] = 0.001;
             offset[a] = 0.0;
             continue;
+        }
+        if (quantum[a] > 0) {
+            const qint64 lo = summary.lowestQuantum(a), hi = summary.highestQuantum(a);
+            const qint64 middle = lo / 2 + hi / 2;
+            if (hi - middle < (qint64(1) << 31) && middle - lo < (qint64(1) << 31)) {
+                scale[a] = quantum[a];
+                offset[a] = origin[a] + double(middle) * quantum[a];
+                continue;
+            }
         }
         const double lo = summary.minimum(a), hi = summary.maximum(a);
         double s = summary.gridStep(a);

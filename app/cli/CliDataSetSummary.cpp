@@ -32,25 +32,38 @@ bool CliDataSetSummary::compute(const QString& pointsFile, bool findGrid, ILongL
     m_labelMax = std::numeric_limits<qint32>::min();
     m_min.fill(std::numeric_limits<double>::max());
     m_max.fill(-std::numeric_limits<double>::max());
+    m_minQ.fill(std::numeric_limits<qint64>::max());
+    m_maxQ.fill(std::numeric_limits<qint64>::min());
     // Long double keeps the sum of millions of UTM-sized coordinates exact to
-    // well below a millimetre; relative sums are added to the origin once a block.
+    // well below a millimetre; relative sums are added to the origin once a
+    // block. Exact positions are summed as whole quanta, exactly.
     long double sum[3] = {0, 0, 0};
-    stPtCloud_DataSetHeader header;
     auto visit = [&](const stPtCloud_PointArray& block, QString*) {
         const double origin[3] = {block.origin.x, block.origin.y, block.origin.z};
+        const double quantum[3] = {block.quantum.x, block.quantum.y, block.quantum.z};
+        const bool exact = block.quanta.size() == size_t(block.count);
         long double blockSum[3] = {0, 0, 0};
         for (int i = 0; i < block.count; ++i) {
             const pcVec3f& p = block.positions[size_t(i)];
             const float rel[3] = {p.x, p.y, p.z};
+            const pcVec3q& q = exact ? block.quanta[size_t(i)] : pcVec3q();
+            const qint64 whole[3] = {q.x, q.y, q.z};
             for (int a = 0; a < 3; ++a) {
-                const double v = origin[a] + double(rel[a]);
+                const double v = origin[a] + (exact ? double(whole[a]) * quantum[a] : double(rel[a]));
                 m_min[size_t(a)] = std::min(m_min[size_t(a)], v);
                 m_max[size_t(a)] = std::max(m_max[size_t(a)], v);
-                blockSum[a] += rel[a];
+                if (exact) {
+                    m_minQ[size_t(a)] = std::min(m_minQ[size_t(a)], whole[a]);
+                    m_maxQ[size_t(a)] = std::max(m_maxQ[size_t(a)], whole[a]);
+                    blockSum[a] += whole[a];
+                } else {
+                    blockSum[a] += rel[a];
+                }
                 if (findGrid) addGridSample(a, v, rel[a]);
             }
         }
-        for (int a = 0; a < 3; ++a) sum[a] += blockSum[a] + (long double)origin[a] * block.count;
+        for (int a = 0; a < 3; ++a)
+            sum[a] += (exact ? blockSum[a] * quantum[a] : blockSum[a]) + (long double)origin[a] * block.count;
         if (const uint8_t* cls = block.columnData<uint8_t>(DSC_Classification))
             for (int i = 0; i < block.count; ++i) ++m_classes[cls[i]];
         if (const qint32* labels = block.columnData<qint32>(DSC_Label)) {
@@ -63,12 +76,9 @@ bool CliDataSetSummary::compute(const QString& pointsFile, bool findGrid, ILongL
         m_points += quint64(block.count);
         return true;
     };
-    if (!CliBlockScan::run(pointsFile, progress, &header, visit, error)) return false;
-    m_origin = header.origin;
-    m_columns = header.columns;
-    m_blocks = header.blockCount;
-    m_hasClasses = m_columns.contains(DSC_Classification);
-    m_hasLabels = m_columns.contains(DSC_Label);
+    if (!CliBlockScan::run(pointsFile, progress, &m_header, visit, error)) return false;
+    m_hasClasses = m_header.columns.contains(DSC_Classification);
+    m_hasLabels = m_header.columns.contains(DSC_Label);
     for (int a = 0; a < 3; ++a) m_mean[size_t(a)] = m_points ? double(sum[a] / m_points) : 0.0;
     return true;
 }
@@ -95,8 +105,11 @@ QJsonObject CliDataSetSummary::toJson() const
 {
     QJsonObject o;
     o.insert("points", double(m_points));
-    o.insert("blocks", double(m_blocks));
-    o.insert("origin", QJsonArray{m_origin.x, m_origin.y, m_origin.z});
+    o.insert("blocks", double(m_header.blockCount));
+    o.insert("origin", QJsonArray{m_header.origin.x, m_header.origin.y, m_header.origin.z});
+    if (m_header.storesQuanta())
+        o.insert("quantum", QJsonArray{m_header.quantum.x, m_header.quantum.y, m_header.quantum.z});
+    if (!m_header.drawnNote().isEmpty()) o.insert("drawn", m_header.drawnNote());
     if (m_points > 0) {
         o.insert("bounds", QJsonArray{m_min[0], m_min[1], m_min[2], m_max[0], m_max[1], m_max[2]});
         o.insert("mean", triple(m_mean));
@@ -105,7 +118,7 @@ QJsonObject CliDataSetSummary::toJson() const
         o.insert("mean", QJsonValue::Null);
     }
     QJsonArray columns;
-    for (EDataSetColumn c : m_columns) columns << columnName(c);
+    for (EDataSetColumn c : m_header.columns) columns << columnName(c);
     o.insert("columns", columns);
     if (m_hasClasses) {
         QJsonObject classes;
@@ -119,10 +132,11 @@ QJsonObject CliDataSetSummary::toJson() const
 QStringList CliDataSetSummary::toText() const
 {
     QStringList columns;
-    for (EDataSetColumn c : m_columns) columns << columnName(c);
+    for (EDataSetColumn c : m_header.columns) columns << columnName(c);
     QStringList lines;
-    lines << QStringLiteral("points:  %1 in %2 blocks").arg(m_points).arg(m_blocks);
-    lines << QStringLiteral("origin:  %1").arg(joined({m_origin.x, m_origin.y, m_origin.z}));
+    lines << QStringLiteral("points:  %1 in %2 blocks").arg(m_points).arg(m_header.blockCount);
+    lines << QStringLiteral("origin:  %1").arg(joined({m_header.origin.x, m_header.origin.y, m_header.origin.z}));
+    if (!m_header.drawnNote().isEmpty()) lines << QStringLiteral("note:    %1").arg(m_header.drawnNote());
     if (m_points > 0) {
         lines << QStringLiteral("min:     %1").arg(joined(m_min));
         lines << QStringLiteral("max:     %1").arg(joined(m_max));

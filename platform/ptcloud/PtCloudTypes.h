@@ -3,6 +3,7 @@
 // single precision and relative to the dataset's origin (pcVec3d, double).
 
 #include <cmath>
+#include <cstdint>
 #include <limits>
 
 namespace ptCloud {
@@ -25,6 +26,14 @@ struct pcVec3d {
     pcVec3d(double ax, double ay, double az) : x(ax), y(ay), z(az) {}
     bool operator==(const pcVec3d& o) const { return x == o.x && y == o.y && z == o.z; }
     bool operator!=(const pcVec3d& o) const { return !(*this == o); }
+};
+
+// A position in whole quanta of a grid (see stPtCloud_DataSetHeader::quantum).
+struct pcVec3q {
+    std::int64_t x = 0, y = 0, z = 0;
+    pcVec3q() = default;
+    pcVec3q(std::int64_t ax, std::int64_t ay, std::int64_t az) : x(ax), y(ay), z(az) {}
+    bool operator==(const pcVec3q& o) const { return x == o.x && y == o.y && z == o.z; }
 };
 
 struct pcVec4f {

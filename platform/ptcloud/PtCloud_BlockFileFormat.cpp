@@ -26,11 +26,18 @@ enum : int {
     kOffIndexChecksum = 68,
     kOffIndexOffset = 72,
     kOffBounds = 80,
-    kOffHeaderChecksum = 124,
+    kOffQuantum = 104,  // version 2
 };
 
-// Index entry field offsets.
-enum : int { kEntId = 0, kEntCount = 4, kEntBox = 8, kEntOffset = 32, kEntBytes = 40 };
+// The checksum closes the header, whose size depends on the version.
+constexpr int kHeaderBytesV1 = 128;
+constexpr int kHeaderBytesV2 = 160;
+static_assert(kHeaderBytesV2 == PtCloud_BlockFileFormat::kMaxHeaderBytes, "largest header");
+
+// Index entry field offsets; the corner and width only in version 2.
+enum : int { kEntId = 0, kEntCount = 4, kEntBox = 8, kEntOffset = 32, kEntBytes = 40, kEntCorner = 48, kEntWide = 72 };
+constexpr int kEntryBytesV1 = 48;
+constexpr int kEntryBytesV2 = 80;
 
 template <class T> void put(char* base, int at, const T& v)
 {
@@ -101,6 +108,16 @@ quint32 PtCloud_BlockFileFormat::checksum(const char* data, size_t n)
     return c ^ 0xFFFFFFFFu;
 }
 
+int PtCloud_BlockFileFormat::headerBytes(const stPtCloud_DataSetHeader& header)
+{
+    return header.storesQuanta() ? kHeaderBytesV2 : kHeaderBytesV1;
+}
+
+int PtCloud_BlockFileFormat::indexEntryBytes(const stPtCloud_DataSetHeader& header)
+{
+    return header.storesQuanta() ? kEntryBytesV2 : kEntryBytesV1;
+}
+
 quint64 PtCloud_BlockFileFormat::pointBytes(const QList<EDataSetColumn>& columns)
 {
     quint64 bytes = quint64(columnValueBytes(DSC_Location));
@@ -109,10 +126,11 @@ quint64 PtCloud_BlockFileFormat::pointBytes(const QList<EDataSetColumn>& columns
     return bytes;
 }
 
-qint64 PtCloud_BlockFileFormat::triangleCount(const stPtCloud_DataSetHeader& header,
-                                              quint64 count, quint64 bytes)
+qint64 PtCloud_BlockFileFormat::triangleCount(const stPtCloud_DataSetHeader& header, const IndexEntry& entry)
 {
-    const quint64 perPoint = pointBytes(header.columns);
+    const quint64 count = entry.count, bytes = entry.bytes;
+    // Wide positions take twice the room of the others.
+    const quint64 perPoint = pointBytes(header.columns) + (entry.wide ? 3 * sizeof(float) : 0);
     if (count > bytes / perPoint) return -1;
     const quint64 rest = bytes - count * perPoint;
     if (header.type != DST_Mesh) return rest == 0 ? 0 : -1;
@@ -122,10 +140,12 @@ qint64 PtCloud_BlockFileFormat::triangleCount(const stPtCloud_DataSetHeader& hea
 QByteArray PtCloud_BlockFileFormat::encodeHeader(const stPtCloud_DataSetHeader& header,
                                                  const IndexLocation& index)
 {
-    char p[kHeaderBytes] = {};
+    char p[kMaxHeaderBytes] = {};
+    const bool quanta = header.storesQuanta();
+    const int size = headerBytes(header);
     std::memcpy(p + kOffMagic, kMagic, sizeof kMagic);
-    put<quint32>(p, kOffVersion, kVersion);
-    put<quint32>(p, kOffHeaderBytes, quint32(kHeaderBytes));
+    put<quint32>(p, kOffVersion, quanta ? kVersionQuanta : kVersionFloats);
+    put<quint32>(p, kOffHeaderBytes, quint32(size));
     put<quint32>(p, kOffType, quint32(header.type));
     put<quint32>(p, kOffSort, quint32(header.sort));
     put<quint32>(p, kOffColoring, quint32(header.coloringMode));
@@ -137,8 +157,12 @@ QByteArray PtCloud_BlockFileFormat::encodeHeader(const stPtCloud_DataSetHeader& 
     put<quint32>(p, kOffIndexChecksum, index.checksum);
     put<quint64>(p, kOffIndexOffset, index.offset);
     putBox(p, kOffBounds, header.bounds);
-    put<quint32>(p, kOffHeaderChecksum, checksum(p, kOffHeaderChecksum));
-    return QByteArray(p, kHeaderBytes);
+    if (quanta) {
+        const double quantum[3] = {header.quantum.x, header.quantum.y, header.quantum.z};
+        std::memcpy(p + kOffQuantum, quantum, sizeof quantum);
+    }
+    put<quint32>(p, size - 4, checksum(p, size_t(size - 4)));
+    return QByteArray(p, size);
 }
 
 bool PtCloud_BlockFileFormat::decodeHeader(const QByteArray& bytes, quint64 fileSize,
@@ -153,14 +177,16 @@ bool PtCloud_BlockFileFormat::decodeHeader(const QByteArray& bytes, quint64 file
     if (bytes.size() < kOffHeaderBytes + 4 || std::memcmp(p, kMagic, sizeof kMagic) != 0)
         return fail(QStringLiteral("not a ptCloud block file (bad signature)"));
     const quint32 version = get<quint32>(p, kOffVersion);
-    if (version != kVersion)
-        return fail(QStringLiteral("block file version %1 is not supported (this build reads %2)")
+    if (version != kVersionFloats && version != kVersionQuanta)
+        return fail(QStringLiteral("block file version %1 is not supported (this build reads %2 and %3)")
                         .arg(version)
-                        .arg(kVersion));
+                        .arg(kVersionFloats)
+                        .arg(kVersionQuanta));
+    const int size = version == kVersionQuanta ? kHeaderBytesV2 : kHeaderBytesV1;
     const quint32 headerBytes = get<quint32>(p, kOffHeaderBytes);
-    if (headerBytes != quint32(kHeaderBytes) || bytes.size() < kHeaderBytes)
+    if (headerBytes != quint32(size) || bytes.size() < size)
         return fail(QStringLiteral("block file header is truncated or has a wrong size"));
-    if (get<quint32>(p, kOffHeaderChecksum) != checksum(p, kOffHeaderChecksum))
+    if (get<quint32>(p, size - 4) != checksum(p, size_t(size - 4)))
         return fail(QStringLiteral("block file header is corrupt (checksum mismatch)"));
 
     const quint32 type = get<quint32>(p, kOffType);
@@ -183,14 +209,23 @@ bool PtCloud_BlockFileFormat::decodeHeader(const QByteArray& bytes, quint64 file
     h.pointCount = get<quint64>(p, kOffPointCount);
     h.blockCount = get<quint32>(p, kOffBlockCount);
     h.bounds = getBox(p, kOffBounds);
+    if (version == kVersionQuanta) {
+        double quantum[3];
+        std::memcpy(quantum, p + kOffQuantum, sizeof quantum);
+        h.quantum = pcVec3d(quantum[0], quantum[1], quantum[2]);
+        // Also false for NaN.
+        if (!(quantum[0] > 0 && quantum[1] > 0 && quantum[2] > 0) || !std::isfinite(quantum[0]) ||
+            !std::isfinite(quantum[1]) || !std::isfinite(quantum[2]))
+            return fail(QStringLiteral("block file quantum is not a positive number"));
+    }
     IndexLocation where;
     where.offset = get<quint64>(p, kOffIndexOffset);
     where.checksum = get<quint32>(p, kOffIndexChecksum);
 
     if (!std::isfinite(origin[0]) || !std::isfinite(origin[1]) || !std::isfinite(origin[2]))
         return fail(QStringLiteral("block file origin is not a number"));
-    const quint64 indexBytes = quint64(h.blockCount) * kIndexEntryBytes;
-    if (where.offset < quint64(kHeaderBytes) || where.offset > fileSize ||
+    const quint64 indexBytes = quint64(h.blockCount) * quint64(indexEntryBytes(h));
+    if (where.offset < quint64(size) || where.offset > fileSize ||
         fileSize - where.offset != indexBytes)
         return fail(QStringLiteral("block file is truncated or its index is misplaced "
                                    "(%1 bytes, index of %2 blocks at %3)")
@@ -202,9 +237,11 @@ bool PtCloud_BlockFileFormat::decodeHeader(const QByteArray& bytes, quint64 file
     return true;
 }
 
-QByteArray PtCloud_BlockFileFormat::encodeIndex(const std::vector<IndexEntry>& entries)
+QByteArray PtCloud_BlockFileFormat::encodeIndex(const stPtCloud_DataSetHeader& header,
+                                                const std::vector<IndexEntry>& entries)
 {
-    std::vector<char> bytes(entries.size() * kIndexEntryBytes);
+    const int entryBytes = indexEntryBytes(header);
+    std::vector<char> bytes(entries.size() * size_t(entryBytes));
     char* p = bytes.data();
     for (const IndexEntry& e : entries) {
         put<qint32>(p, kEntId, qint32(e.id));
@@ -212,7 +249,12 @@ QByteArray PtCloud_BlockFileFormat::encodeIndex(const std::vector<IndexEntry>& e
         putBox(p, kEntBox, e.box);
         put<quint64>(p, kEntOffset, e.offset);
         put<quint64>(p, kEntBytes, e.bytes);
-        p += kIndexEntryBytes;
+        if (header.storesQuanta()) {
+            const qint64 corner[3] = {e.corner.x, e.corner.y, e.corner.z};
+            std::memcpy(p + kEntCorner, corner, sizeof corner);
+            put<quint32>(p, kEntWide, e.wide ? 1u : 0u);
+        }
+        p += entryBytes;
     }
     return QByteArray(bytes.data(), int(bytes.size()));
 }
@@ -226,7 +268,8 @@ bool PtCloud_BlockFileFormat::decodeIndex(const QByteArray& bytes,
         if (error) *error = why;
         return false;
     };
-    if (quint64(bytes.size()) != quint64(header.blockCount) * kIndexEntryBytes)
+    const int entryBytes = indexEntryBytes(header);
+    if (quint64(bytes.size()) != quint64(header.blockCount) * quint64(entryBytes))
         return fail(QStringLiteral("block index is truncated"));
     if (checksum(bytes.constData(), size_t(bytes.size())) != index.checksum)
         return fail(QStringLiteral("block index is corrupt (checksum mismatch)"));
@@ -234,19 +277,27 @@ bool PtCloud_BlockFileFormat::decodeIndex(const QByteArray& bytes,
     out.reserve(header.blockCount);
     quint64 total = 0;
     const char* p = bytes.constData();
-    for (quint32 i = 0; i < header.blockCount; ++i, p += kIndexEntryBytes) {
+    for (quint32 i = 0; i < header.blockCount; ++i, p += entryBytes) {
         IndexEntry e;
         e.id = get<qint32>(p, kEntId);
         e.count = get<quint32>(p, kEntCount);
         e.box = getBox(p, kEntBox);
         e.offset = get<quint64>(p, kEntOffset);
         e.bytes = get<quint64>(p, kEntBytes);
+        if (header.storesQuanta()) {
+            qint64 corner[3];
+            std::memcpy(corner, p + kEntCorner, sizeof corner);
+            e.corner = pcVec3q(corner[0], corner[1], corner[2]);
+            const quint32 wide = get<quint32>(p, kEntWide);
+            if (wide > 1) return fail(QStringLiteral("block %1 has an unknown position width").arg(e.id));
+            e.wide = wide == 1;
+        }
         if (!out.empty() && e.id <= out.back().id)
             return fail(QStringLiteral("block index is not in id order at entry %1").arg(i));
-        if (e.offset < quint64(kHeaderBytes) || e.offset > index.offset ||
+        if (e.offset < quint64(headerBytes(header)) || e.offset > index.offset ||
             e.bytes > index.offset - e.offset)
             return fail(QStringLiteral("block %1 lies outside the payload area").arg(e.id));
-        if (triangleCount(header, e.count, e.bytes) < 0)
+        if (triangleCount(header, e) < 0)
             return fail(QStringLiteral("block %1 has a size that does not match its %2 points")
                             .arg(e.id)
                             .arg(e.count));

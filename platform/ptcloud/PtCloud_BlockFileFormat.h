@@ -11,21 +11,29 @@ namespace ptCloud {
 
 // On-disk layout of a block file, shared by its writer and its readers.
 //
-//   header   kHeaderBytes: magic, version, header size, type, sort, colouring,
-//            column mask, origin, point and block counts, index offset and
-//            checksum, bounds, header checksum
-//   payloads one a block: positions (float x3), triangles (uint32 x3, meshes
-//            only), then every other column in value order (Color as three
-//            uint16 channels, Normal as float x3, the rest raw)
-//   index    kIndexEntryBytes a block, in id order, at the end of the file
+//   header   magic, version, header size, type, sort, colouring, column
+//            mask, origin, point and block counts, index offset and
+//            checksum, bounds, (version 2) quantum, header checksum
+//   payloads one a block: positions, triangles (uint32 x3, meshes only), then
+//            every other column in value order (Color as three uint16
+//            channels, Normal as float x3, the rest raw)
+//   index    an entry a block, in id order, at the end of the file
+//
+// Version 1 stores positions as floats relative to the origin. Version 2,
+// written for headers with a quantum, stores them as whole quanta relative
+// to the block's corner (kept in its index entry, in quanta from the
+// origin), as unsigned 32-bit integers, or 64-bit where a block spans more
+// than 2^32 quanta: whatever the dataset's extent, every position stays
+// exact. The index entry also keeps the box of the float positions readers
+// hand out.
 //
 // Everything is little-endian. The index goes last so that payloads can be
 // streamed; the header is written once the index is known.
 class PtCloud_BlockFileFormat {
 public:
-    static constexpr quint32 kVersion = 1;
-    static constexpr int kHeaderBytes = 128;
-    static constexpr int kIndexEntryBytes = 48;
+    static constexpr quint32 kVersionFloats = 1;
+    static constexpr quint32 kVersionQuanta = 2;
+    static constexpr int kMaxHeaderBytes = 160;
     static constexpr int kTriangleBytes = 12;
 
     struct IndexEntry {
@@ -34,6 +42,8 @@ public:
         pcBoundingBoxf box;
         quint64 offset;
         quint64 bytes;
+        pcVec3q corner;     // version 2: quanta from the origin to the block's lowest position
+        bool wide = false;  // version 2: positions take 64 bits an axis
     };
 
     // Where the index is and what it should hash to, from a decoded header.
@@ -44,13 +54,13 @@ public:
 
     static QByteArray encodeHeader(const stPtCloud_DataSetHeader& header,
                                    const IndexLocation& index);
-    // Checks magic, version, checksum, enumerations, columns and that the
+    // Checks magic, version, checksum, quantum, enumerations, columns and that the
     // index fits the file; false with a one-line reason.
     static bool decodeHeader(const QByteArray& bytes, quint64 fileSize,
                              stPtCloud_DataSetHeader* header, IndexLocation* index,
                              QString* error);
 
-    static QByteArray encodeIndex(const std::vector<IndexEntry>& entries);
+    static QByteArray encodeIndex(const stPtCloud_DataSetHeader& header, const std::vector<IndexEntry>& entries);
     // Checks the checksum and that every entry lies between the header and the
     // index, has the size its count implies and that the counts add up.
     static bool decodeIndex(const QByteArray& bytes, const stPtCloud_DataSetHeader& header,
@@ -59,11 +69,21 @@ public:
 
     // Bytes a point takes in a payload with these columns (Location included).
     static quint64 pointBytes(const QList<EDataSetColumn>& columns);
-    // Triangles a payload of this size holds; -1 when the size does not fit.
-    static qint64 triangleCount(const stPtCloud_DataSetHeader& header, quint64 count,
-                                quint64 bytes);
+    // Triangles the payload of an entry holds; -1 when its size does not fit.
+    static qint64 triangleCount(const stPtCloud_DataSetHeader& header, const IndexEntry& entry);
+
+    static int headerBytes(const stPtCloud_DataSetHeader& header);
+    static int indexEntryBytes(const stPtCloud_DataSetHeader& header);
 
     static quint32 checksum(const char* data, size_t n);
+
+    // The single-precision position relative to the origin of one in quanta:
+    // what readers hand out, and what boxes and block cuts are made of.
+    static pcVec3f floatOf(const pcVec3q& v, const pcVec3d& quantum)
+    {
+        return pcVec3f(float(double(v.x) * quantum.x), float(double(v.y) * quantum.y),
+                       float(double(v.z) * quantum.z));
+    }
 
     // Colours travel as three 16-bit channels; alpha is not stored.
     static void encodeColors(const pcVec4f* colors, size_t n, quint16* out);

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 
 #include "PtCloud_FileCommit.h"
+#include "PtCloud_GridMap.h"
 
 namespace ptCloud {
 
@@ -81,10 +82,10 @@ bool PtCloud_BlockFileWriter::begin(const stPtCloud_DataSetHeader& header, QStri
     m_open = true;
     m_pos = 0;
     // The real header is written by commit(), when the index is known.
-    const QByteArray placeholder(Format::kHeaderBytes, '\0');
+    const QByteArray placeholder(Format::headerBytes(m_header), '\0');
     if (m_file.write(placeholder) != placeholder.size())
         return fail(PtCloud_FileCommit::writeFailure(m_file), error);
-    m_pos = quint64(Format::kHeaderBytes);
+    m_pos = quint64(placeholder.size());
     return true;
 }
 
@@ -92,7 +93,7 @@ bool PtCloud_BlockFileWriter::writeRaw(const void* data, qint64 n, QString* erro
 {
     if (n <= 0) return true;
     const qint64 limit = g_failAfterBytes.load();
-    const qint64 payloadSoFar = qint64(m_pos) - Format::kHeaderBytes;
+    const qint64 payloadSoFar = qint64(m_pos) - Format::headerBytes(m_header);
     if (limit >= 0 && payloadSoFar + n > limit) {
         // Write what would have fitted, as a full disk does, then fail.
         const qint64 fits = std::max<qint64>(0, limit - payloadSoFar);
@@ -129,7 +130,18 @@ bool PtCloud_BlockFileWriter::writeBlock(int id, const stPtCloud_PointArray& blo
         return fail(QStringLiteral("block %1 has a triangle past its points").arg(id), error);
 
     const pcVec3f* positions = block.positions.data();
-    if (block.origin != m_header.origin) {
+    const pcVec3q* quanta = nullptr;
+    if (m_header.storesQuanta()) {
+        m_quanta.resize(n);
+        if (block.quanta.size() == n) {
+            const PtCloud_GridMap map(block.origin, block.quantum, m_header.origin, m_header.quantum);
+            for (size_t i = 0; i < n; ++i) m_quanta[i] = map.map(block.quanta[i]);
+        } else {
+            for (size_t i = 0; i < n; ++i)
+                m_quanta[i] = PtCloud_GridMap::quantize(positions[i], block.origin, m_header.origin, m_header.quantum);
+        }
+        quanta = m_quanta.data();
+    } else if (block.origin != m_header.origin) {
         m_moved.resize(n);
         const double dx = block.origin.x - m_header.origin.x;
         const double dy = block.origin.y - m_header.origin.y;
@@ -150,16 +162,18 @@ bool PtCloud_BlockFileWriter::writeBlock(int id, const stPtCloud_PointArray& blo
         const uint8_t* raw = block.columnData<uint8_t>(c);
         return raw && block.columns.at(c).size() == n * width ? raw : nullptr;
     };
-    return writePayload(id, n, positions, mesh ? &block.triangles : nullptr, columnData, error);
+    return writePayload(id, n, positions, quanta, mesh ? &block.triangles : nullptr, columnData, error);
 }
 
-bool PtCloud_BlockFileWriter::writeEncodedBlock(int id, size_t n, const pcVec3f* positions,
+bool PtCloud_BlockFileWriter::writeEncodedBlock(int id, size_t n, const pcVec3q* positions,
                                                 const std::vector<const void*>& columns, QString* error)
 {
     if (!m_open) {
         if (error) *error = QStringLiteral("block file writer is not open");
         return false;
     }
+    if (!m_header.storesQuanta())
+        return fail(QStringLiteral("block %1 comes in quanta for a file without a quantum").arg(id), error);
     if (columns.size() + 1 != size_t(m_header.columns.size()))
         return fail(QStringLiteral("block %1 has %2 columns for %3")
                         .arg(id)
@@ -168,11 +182,46 @@ bool PtCloud_BlockFileWriter::writeEncodedBlock(int id, size_t n, const pcVec3f*
                     error);
     if (n == 0) return true;
     size_t next = 0;
-    return writePayload(id, n, positions, nullptr, [&](EDataSetColumn, size_t) { return columns[next++]; }, error);
+    return writePayload(id, n, nullptr, positions, nullptr,
+                        [&](EDataSetColumn, size_t) { return columns[next++]; }, error);
+}
+
+bool PtCloud_BlockFileWriter::writeQuanta(const pcVec3q* quanta, size_t n, Entry* e, QString* error)
+{
+    pcVec3q lo = quanta[0], hi = quanta[0];
+    for (size_t i = 1; i < n; ++i) {
+        const pcVec3q& q = quanta[i];
+        lo = pcVec3q(std::min(lo.x, q.x), std::min(lo.y, q.y), std::min(lo.z, q.z));
+        hi = pcVec3q(std::max(hi.x, q.x), std::max(hi.y, q.y), std::max(hi.z, q.z));
+    }
+    for (size_t i = 0; i < n; ++i) e->box.expandBy(Format::floatOf(quanta[i], m_header.quantum));
+    e->corner = lo;
+    // Spans are compared unsigned: a difference of extreme values wraps.
+    const quint64 narrow = 0xFFFFFFFFull;
+    e->wide = quint64(hi.x) - quint64(lo.x) > narrow || quint64(hi.y) - quint64(lo.y) > narrow ||
+              quint64(hi.z) - quint64(lo.z) > narrow;
+    if (e->wide) {
+        m_scratch.resize(n * 3 * sizeof(quint64));
+        quint64* out = reinterpret_cast<quint64*>(m_scratch.data());
+        for (size_t i = 0; i < n; ++i) {
+            out[3 * i] = quint64(quanta[i].x) - quint64(lo.x);
+            out[3 * i + 1] = quint64(quanta[i].y) - quint64(lo.y);
+            out[3 * i + 2] = quint64(quanta[i].z) - quint64(lo.z);
+        }
+    } else {
+        m_scratch.resize(n * 3 * sizeof(quint32));
+        quint32* out = reinterpret_cast<quint32*>(m_scratch.data());
+        for (size_t i = 0; i < n; ++i) {
+            out[3 * i] = quint32(quanta[i].x - lo.x);
+            out[3 * i + 1] = quint32(quanta[i].y - lo.y);
+            out[3 * i + 2] = quint32(quanta[i].z - lo.z);
+        }
+    }
+    return writeRaw(m_scratch.data(), qint64(m_scratch.size()), error);
 }
 
 template <class ColumnData>
-bool PtCloud_BlockFileWriter::writePayload(int id, size_t n, const pcVec3f* positions,
+bool PtCloud_BlockFileWriter::writePayload(int id, size_t n, const pcVec3f* floats, const pcVec3q* quanta,
                                            const std::vector<unsigned int>* triangles, ColumnData columnData,
                                            QString* error)
 {
@@ -182,8 +231,12 @@ bool PtCloud_BlockFileWriter::writePayload(int id, size_t n, const pcVec3f* posi
     e.id = id;
     e.count = quint32(n);
     e.offset = m_pos;
-    for (size_t i = 0; i < n; ++i) e.box.expandBy(positions[i]);
-    if (!writeRaw(positions, qint64(n * sizeof(pcVec3f)), error)) return false;
+    if (quanta) {
+        if (!writeQuanta(quanta, n, &e, error)) return false;
+    } else {
+        for (size_t i = 0; i < n; ++i) e.box.expandBy(floats[i]);
+        if (!writeRaw(floats, qint64(n * sizeof(pcVec3f)), error)) return false;
+    }
     if (triangles && !writeRaw(triangles->data(), qint64(triangles->size() * sizeof(unsigned int)), error))
         return false;
     for (EDataSetColumn c : m_header.columns) {
@@ -213,7 +266,7 @@ bool PtCloud_BlockFileWriter::commit(QString* error)
     std::sort(m_entries.begin(), m_entries.end(),
               [](const Entry& a, const Entry& b) { return a.id < b.id; });
     m_header.blockCount = quint32(m_entries.size());
-    const QByteArray index = Format::encodeIndex(m_entries);
+    const QByteArray index = Format::encodeIndex(m_header, m_entries);
     PtCloud_BlockFileFormat::IndexLocation where;
     where.offset = m_pos;
     where.checksum = Format::checksum(index.constData(), size_t(index.size()));

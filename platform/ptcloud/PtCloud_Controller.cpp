@@ -13,6 +13,7 @@
 
 #include "LasReader.h"
 #include "PtCloudDataSet.h"
+#include "PtCloud_BlockFileFormat.h"
 #include "PtCloud_DataSetBuilder.h"
 #include "PtCloud_DataSetFile.h"
 #include "PtCloud_JsonFile.h"
@@ -405,6 +406,8 @@ EEPtCloudActResult PtCloud_Controller::makeDataSet(const stControlParam_DataSet_
     // Check every file and the columns before anything is written.
     quint64 total = 0;
     double minAbs[3] = {1e300, 1e300, 1e300}, maxAbs[3] = {-1e300, -1e300, -1e300};
+    // Positions are kept on the finest grid of the files.
+    double quantum[3] = {1e300, 1e300, 1e300};
     for (const QString& key : p.lasNames) {
         if (!d->las.contains(key)) return d->fail(PCAR_NotFound, QStringLiteral("no LAS file %1").arg(key));
         LasReader reader;
@@ -419,6 +422,7 @@ EEPtCloudActResult PtCloud_Controller::makeDataSet(const stControlParam_DataSet_
         for (int i = 0; i < 3; ++i) {
             minAbs[i] = std::min(minAbs[i], reader.header().headerMin[i]);
             maxAbs[i] = std::max(maxAbs[i], reader.header().headerMax[i]);
+            quantum[i] = std::min(quantum[i], reader.header().scale[i]);
         }
     }
 
@@ -430,20 +434,28 @@ EEPtCloudActResult PtCloud_Controller::makeDataSet(const stControlParam_DataSet_
     };
 
     // The origin comes from the first point: header bounds may not describe
-    // the points (some writers store them unscaled).
+    // the points (some writers store them unscaled). It lies on the first
+    // file's grid, so that its positions stay whole quanta.
     pcVec3d origin;
     stPtCloud_PointArray chunk;
     for (const QString& key : p.lasNames) {
         LasReader reader;
         QString err;
         if (reader.open(d->las.value(key), &err) && reader.readChunk(chunk, 1, columns, pcVec3d(), &err) > 0) {
+            const LasHeader& h = reader.header();
             const pcVec3f& p0 = chunk.positions.front();
-            origin = roundedOrigin(chunk.origin.x + p0.x, chunk.origin.y + p0.y, chunk.origin.z + p0.z,
-                                   reader.header().scale);
+            const pcVec3d near = roundedOrigin(chunk.origin.x + p0.x, chunk.origin.y + p0.y, chunk.origin.z + p0.z,
+                                               h.scale);
+            auto onGrid = [&](double v, int a) {
+                return h.offset[a] + std::round((v - h.offset[a]) / quantum[a]) * quantum[a];
+            };
+            origin = pcVec3d(onGrid(near.x, 0), onGrid(near.y, 1), onGrid(near.z, 2));
             break;
         }
     }
-    const stPtCloud_DataSetHeader header = pointsHeader(columns, origin, total);
+    stPtCloud_DataSetHeader header = pointsHeader(columns, origin, total);
+    header.quantum = pcVec3d(quantum[0], quantum[1], quantum[2]);
+    if (!header.storesQuanta() || quantum[0] >= 1e300) header.quantum = pcVec3d(0.001, 0.001, 0.001);
     const stPtCloud_RecordLayout layout = stPtCloud_RecordLayout::forColumns(columns);
     std::unique_ptr<PtCloud_DataSetBuilder> builder;
     PtCloud_ProgressRange readProgress(progress, 0, 50);
@@ -461,7 +473,7 @@ EEPtCloudActResult PtCloud_Controller::makeDataSet(const stControlParam_DataSet_
         auto readAhead = [&] {
             std::vector<char>* into = &buffers[filling];
             return std::async(std::launch::async, [&, into] {
-                return reader.readRecords(*into, kChunkPoints, layout, origin, &readError);
+                return reader.readRecords(*into, kChunkPoints, layout, origin, header.quantum, &readError);
             });
         };
         std::future<qint64> next = readAhead();
@@ -476,9 +488,9 @@ EEPtCloudActResult PtCloud_Controller::makeDataSet(const stControlParam_DataSet_
             if (!builder) {
                 pcBoundingBoxf first;
                 for (qint64 i = 0; i < n; ++i) {
-                    pcVec3f q;
+                    pcVec3q q;
                     std::memcpy(&q, taken.data() + size_t(i) * layout.bytes, sizeof q);
-                    first.expandBy(q);
+                    first.expandBy(PtCloud_BlockFileFormat::floatOf(q, header.quantum));
                 }
                 builder = makeBuilder(QDir(part).filePath(kPointsFile), header, minAbs, maxAbs, first);
             }
@@ -634,13 +646,19 @@ EEPtCloudActResult PtCloud_Controller::doCmd_DataSet_Merge(const stControlParam_
     std::vector<std::unique_ptr<PtCloud_DataSetFile>> files;
     QList<EDataSetColumn> columns;
     pcBoundingBoxf bounds;
-    pcVec3d origin;
+    pcVec3d origin, quantum;
     for (const QString& s : p.sources) {
         PtCloudDataSet* ds = d->dataSets.value(s, nullptr);
         if (!ds) return d->fail(PCAR_NotFound, QStringLiteral("no dataset %1").arg(s));
         auto f = std::make_unique<PtCloud_DataSetFile>(ds->getFilePath_Points());
         if (!f->openFile()) return d->fail(PCAR_InvalidDataSet, QStringLiteral("%1: %2").arg(s, f->lastError()));
+        f->setExactPositions(true);
         const stPtCloud_DataSetHeader& h = f->getHeader();
+        // The finest grid of the sources holds every source's positions.
+        if (h.storesQuanta())
+            quantum = quantum.x > 0 ? pcVec3d(std::min(quantum.x, h.quantum.x), std::min(quantum.y, h.quantum.y),
+                                              std::min(quantum.z, h.quantum.z))
+                                    : h.quantum;
         if (files.empty()) {
             columns = h.columns;
             origin = h.origin;
@@ -662,7 +680,8 @@ EEPtCloudActResult PtCloud_Controller::doCmd_DataSet_Merge(const stControlParam_
     if (!QDir().mkpath(part)) return d->fail(PCAR_FileError, QStringLiteral("cannot create %1").arg(part));
     quint64 total = 0;
     for (auto& f : files) total += f->getHeader().pointCount;
-    const stPtCloud_DataSetHeader header = pointsHeader(columns, origin, total);
+    stPtCloud_DataSetHeader header = pointsHeader(columns, origin, total);
+    header.quantum = quantum;
     PtCloud_DataSetBuilder::Options options;
     options.tempDir = part;
     PtCloud_DataSetBuilder builder(QDir(part).filePath(kPointsFile), header,

@@ -11,7 +11,7 @@ using Format = PtCloud_BlockFileFormat;
 bool readHeaderOf(QFile& file, stPtCloud_DataSetHeader* header, Format::IndexLocation* index,
                   QString* error)
 {
-    const QByteArray bytes = file.read(Format::kHeaderBytes);
+    const QByteArray bytes = file.read(Format::kMaxHeaderBytes);
     return Format::decodeHeader(bytes, quint64(file.size()), header, index, error);
 }
 
@@ -80,7 +80,7 @@ bool PtCloud_DataSetFile::openFile()
     bool ok = readHeaderOf(m_file, &header, &where, &why);
     if (ok) {
         ok = m_file.seek(qint64(where.offset));
-        const QByteArray bytes = m_file.read(qint64(header.blockCount) * Format::kIndexEntryBytes);
+        const QByteArray bytes = m_file.read(qint64(header.blockCount) * Format::indexEntryBytes(header));
         ok = ok && Format::decodeIndex(bytes, header, where, &index, &why);
     }
     if (!ok) {
@@ -140,6 +140,37 @@ bool PtCloud_DataSetFile::readExact(void* into, quint64 bytes, int id)
     return true;
 }
 
+namespace {
+// Quanta from the block's corner to floats from the origin, and to quanta
+// from the origin when asked.
+template <class Offset>
+void decodeQuanta(const Offset* from, size_t n, const pcVec3q& corner, const pcVec3d& quantum, pcVec3f* floats,
+                  pcVec3q* quanta)
+{
+    for (size_t i = 0; i < n; ++i) {
+        const pcVec3q q(corner.x + std::int64_t(from[3 * i]), corner.y + std::int64_t(from[3 * i + 1]),
+                        corner.z + std::int64_t(from[3 * i + 2]));
+        floats[i] = Format::floatOf(q, quantum);
+        if (quanta) quanta[i] = q;
+    }
+}
+}  // namespace
+
+bool PtCloud_DataSetFile::readQuanta(const BlockEntry& e, stPtCloud_PointArray& out)
+{
+    const size_t n = e.count;
+    m_positionScratch.resize(n * 3 * (e.wide ? sizeof(quint64) : sizeof(quint32)));
+    if (!readExact(m_positionScratch.data(), m_positionScratch.size(), e.id)) return false;
+    pcVec3q* quanta = out.quanta.empty() ? nullptr : out.quanta.data();
+    if (e.wide)
+        decodeQuanta(reinterpret_cast<const quint64*>(m_positionScratch.data()), n, e.corner, m_header.quantum,
+                     out.positions.data(), quanta);
+    else
+        decodeQuanta(reinterpret_cast<const quint32*>(m_positionScratch.data()), n, e.corner, m_header.quantum,
+                     out.positions.data(), quanta);
+    return true;
+}
+
 bool PtCloud_DataSetFile::readBlockInto(int index, stPtCloud_PointArray& out)
 {
     if (!m_file.isOpen()) return fail(QStringLiteral("%1 is not open").arg(m_path));
@@ -149,7 +180,7 @@ bool PtCloud_DataSetFile::readBlockInto(int index, stPtCloud_PointArray& out)
         return fail(QStringLiteral("%1 has no block %2").arg(m_path).arg(index));
     const BlockEntry& e = *it;
     const size_t n = e.count;
-    const qint64 triangles = Format::triangleCount(m_header, e.count, e.bytes);
+    const qint64 triangles = Format::triangleCount(m_header, e);
 
     // An array reused for blocks of one file keeps its buffers between reads.
     if (out.columnList() != m_header.columns) {
@@ -157,14 +188,17 @@ bool PtCloud_DataSetFile::readBlockInto(int index, stPtCloud_PointArray& out)
         for (EDataSetColumn c : m_header.columns) out.addColumn(c);
     }
     out.origin = m_header.origin;
+    out.quantum = m_header.quantum;
     out.coloringMode = m_header.coloringMode;
+    out.quanta.resize(m_exact && m_header.storesQuanta() ? n : 0);
     out.resize(int(n));
     out.triangles.resize(size_t(triangles) * 3);
 
     if (!m_file.seek(qint64(e.offset)))
         return fail(QStringLiteral("%1: cannot seek to block %2").arg(m_path).arg(index));
-    if (!readExact(out.positions.data(), n * sizeof(pcVec3f), index) ||
-        !readExact(out.triangles.data(), out.triangles.size() * sizeof(unsigned int), index))
+    const bool positionsRead = m_header.storesQuanta() ? readQuanta(e, out)
+                                                       : readExact(out.positions.data(), n * sizeof(pcVec3f), index);
+    if (!positionsRead || !readExact(out.triangles.data(), out.triangles.size() * sizeof(unsigned int), index))
         return false;
     for (EDataSetColumn c : m_header.columns) {
         if (c == DSC_Location) continue;

@@ -37,11 +37,15 @@ public:
     // Reads a block into an array of the caller's; false (and lastError) when
     // the id is unknown or the payload cannot be read.
     bool readBlockInto(int index, stPtCloud_PointArray& out);
+    // Blocks read from now on also carry their exact positions (quanta), in
+    // files that store them.
+    void setExactPositions(bool on) { m_exact = on; }
 
 private:
     using BlockEntry = PtCloud_BlockFileFormat::IndexEntry;
     bool fail(const QString& why);
     bool readExact(void* into, quint64 bytes, int id);
+    bool readQuanta(const BlockEntry& e, stPtCloud_PointArray& out);
 
     QString m_path;
     QFile m_file;
@@ -50,6 +54,8 @@ private:
     std::unique_ptr<stPtCloud_PointArray> m_block;  // the last block read
     QString m_error;
     std::vector<quint16> m_colorScratch;
+    std::vector<char> m_positionScratch;
+    bool m_exact = false;
 };
 
 }  // namespace ptCloud

@@ -54,6 +54,7 @@ Outcome writePoints(const QString& path, const stPtCloud_DataSetHeader& source, 
     header.sort = DSS_Morton;
     header.coloringMode = coloring;
     header.origin = source.origin;
+    header.quantum = source.quantum;
     header.columns = points.columnList();
     PtCloud_DataSetBuilder::Options options;
     // Named like the target's temporary, so that what a killed run spilled is found and removed.

@@ -157,6 +157,7 @@ void stPtCloud_PointArray::resize(int n)
     if (n < 0) n = 0;
     const size_t sn = size_t(n);
     positions.resize(sn);
+    if (!quanta.empty()) quanta.resize(sn);
     if (hasColumn(DSC_Color)) {
         m_hasColor = true;
         colors.resize(sn);
@@ -179,6 +180,12 @@ void stPtCloud_PointArray::appendPoint(const stPtCloud_PointArray& src, int i)
                     float(src.origin.z - origin.z + double(p.z)));
     }
     positions.push_back(p);
+    // Exact positions go on only while every point brings its own, in one frame.
+    if (src.quanta.size() == size_t(src.count) && src.quantum == quantum && src.origin == origin &&
+        quanta.size() + 1 == positions.size())
+        quanta.push_back(src.quanta[size_t(i)]);
+    else
+        quanta.clear();
     if (hasColumn(DSC_Color)) {
         m_hasColor = true;
         colors.push_back(src.colors.empty() ? pcVec4f() : src.colors[size_t(i)]);
@@ -220,6 +227,7 @@ void stPtCloud_PointArray::keepPoints(const std::vector<char>& keep)
         triangles.resize(out);
     }
     compactVector(positions, keep);
+    compactVector(quanta, keep);
     compactVector(colors, keep);
     compactVector(normals, keep);
     for (auto& col : columns) compactBytes(col.second, columnValueBytes(col.first), keep);

@@ -23,6 +23,11 @@ public:
     int count = 0;  // number of points; every per-point array holds exactly this many
     pcVec3d origin;  // absolute position of (0,0,0) of this block's positions
     std::vector<pcVec3f> positions;   // relative to origin
+    // The exact positions, in whole quanta from origin, where the reader was
+    // asked for them (PtCloud_DataSetFile::setExactPositions); else empty.
+    // Kept in step by resize, appendPoint and keepPoints.
+    std::vector<pcVec3q> quanta;
+    pcVec3d quantum;
     std::vector<pcVec4f> colors;      // RGBA in 0..1; empty when the data has no Color column
     std::vector<pcVec3f> normals;     // empty unless the data has normals (meshes)
     std::vector<unsigned int> triangles;  // three vertex indices a triangle (meshes only)

@@ -8,7 +8,7 @@ namespace ptCloud {
 stPtCloud_RecordLayout stPtCloud_RecordLayout::forColumns(const QList<EDataSetColumn>& columns)
 {
     stPtCloud_RecordLayout l;
-    l.bytes = sizeof(pcVec3f);
+    l.bytes = sizeof(pcVec3q);
     for (int c = DSC_Location + 1; c < DSC_Count; ++c) {
         const EDataSetColumn col = EDataSetColumn(c);
         if (!columns.contains(col)) continue;

@@ -10,7 +10,7 @@ namespace ptCloud {
 
 // Points interleaved one record each, for work that moves points whole
 // (building a dataset) where a column each would cost a pass each: the
-// position first (three floats relative to an origin), then every other
+// position first (pcVec3q: whole quanta from the dataset's origin), then every other
 // column kept, in column order, as the block file stores its values (Color as
 // three 16-bit channels, Normal as three floats, the rest as columnValueBytes
 // gives them).

@@ -30,7 +30,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (!reader.rewind()) return 0;
     const ptCloud::stPtCloud_RecordLayout layout = ptCloud::stPtCloud_RecordLayout::forColumns(all);
     std::vector<char> records;
-    while (reader.readRecords(records, 4096, layout, origin, &error) > 0) {
+    const ptCloud::pcVec3d quantum(reader.header().scale[0], reader.header().scale[1], reader.header().scale[2]);
+    while (reader.readRecords(records, 4096, layout, origin, quantum, &error) > 0) {
     }
     return 0;
 }

@@ -30,6 +30,9 @@ using open3d::geometry::TriangleMesh;
 using Job = Algo_KdTree::Job;
 
 constexpr size_t kConvertPoll = 1 << 16;  // points, vertices or triangles between stop polls
+// No point of a kept triangle lies farther than this many mean point
+// spacings from the nearest input point.
+constexpr double kReachSpacings = 2.0;
 constexpr auto kWorkerPoll = std::chrono::milliseconds(50);
 
 // Held by the worker during a library call. Never destroyed: a call left
@@ -140,6 +143,8 @@ private:
     bool cancelled() { return Job::cancelled(m_error); }
     bool mapVerticesToPoints(std::vector<int>& source);
     void markSparseVertices(std::vector<char>& drop) const;
+    bool measureReach(bool fromPoints, std::vector<float>& vertexDistance, double* limit);
+    bool strays(const Eigen::Vector3i& t, const std::vector<float>& vertexDistance, double limit) const;
 
     const std::vector<pcVec3f>& m_points;
     const Algo_Mesh::Params& m_params;
@@ -224,7 +229,7 @@ bool MeshRun::reconstruct() {
         break;
     }
     }
-    if (!m_job.phase(text, from, 90)) return cancelled();
+    if (!m_job.phase(text, from, 85)) return cancelled();
     if (!runInterruptibly(m_job, std::move(work), m_error)) return false;
     if (!m_built->mesh) return Job::fail(m_error, QStringLiteral("the library returned no mesh"));
     return true;
@@ -273,11 +278,63 @@ void MeshRun::markSparseVertices(std::vector<char>& drop) const {
     for (size_t v = 0; v < drop.size(); ++v) drop[v] = density[v] < threshold ? 1 : 0;
 }
 
+// The reach a triangle may have (kReachSpacings times the mean distance from
+// an input point to its nearest neighbour) and each vertex's distance to the
+// nearest input point (0 for vertices that are input points).
+bool MeshRun::measureReach(bool fromPoints, std::vector<float>& vertexDistance, double* limit) {
+    if (!m_job.phase(QStringLiteral("measuring the point spacing"), 85, 87)) return cancelled();
+    Algo_KdTree tree;
+    if (!tree.build(m_points, &m_job)) return cancelled();
+    if (!m_job.phase(QStringLiteral("measuring the point spacing"), 87, 89)) return cancelled();
+    std::vector<double> nearest(m_points.size(), 0.0);
+    const bool measured = m_job.parallelFor(m_points.size(), 4096, [&](size_t begin, size_t end) {
+        std::vector<Algo_KdTree::Neighbour> found;
+        for (size_t i = begin; i < end; ++i) {
+            tree.knn(m_points[i], 2, std::numeric_limits<float>::max(), found);
+            if (found.size() == 2) nearest[i] = std::sqrt(double(found[1].dist2));
+        }
+    });
+    if (!measured) return cancelled();
+    double sum = 0.0;
+    for (double d : nearest) sum += d;
+    *limit = kReachSpacings * sum / double(nearest.size());
+    const std::vector<Eigen::Vector3d>& verts = m_built->mesh->vertices_;
+    vertexDistance.assign(verts.size(), 0.f);
+    if (fromPoints) return true;
+    if (!m_job.phase(QStringLiteral("measuring the mesh's distance to the points"), 89, 90)) return cancelled();
+    const bool done = m_job.parallelFor(verts.size(), 4096, [&](size_t begin, size_t end) {
+        std::vector<Algo_KdTree::Neighbour> found;
+        for (size_t v = begin; v < end; ++v) {
+            const pcVec3f q(float(verts[v].x()), float(verts[v].y()), float(verts[v].z()));
+            tree.knn(q, 1, std::numeric_limits<float>::max(), found);
+            vertexDistance[v] = found.empty() ? std::numeric_limits<float>::max() : std::sqrt(found[0].dist2);
+        }
+    });
+    return done || cancelled();
+}
+
+// Every point of a triangle lies within longest edge / sqrt(3) of one of its
+// corners (the circumradius of the worst, equilateral, case), so it lies
+// within that plus the corner's own distance of an input point.
+bool MeshRun::strays(const Eigen::Vector3i& t, const std::vector<float>& vertexDistance, double limit) const {
+    const std::vector<Eigen::Vector3d>& verts = m_built->mesh->vertices_;
+    const Eigen::Vector3d& a = verts[size_t(t[0])];
+    const Eigen::Vector3d& b = verts[size_t(t[1])];
+    const Eigen::Vector3d& c = verts[size_t(t[2])];
+    const double edge2 = std::max({(a - b).squaredNorm(), (b - c).squaredNorm(), (c - a).squaredNorm()});
+    const double corner = std::max({vertexDistance[size_t(t[0])], vertexDistance[size_t(t[1])],
+                                    vertexDistance[size_t(t[2])]});
+    return corner + std::sqrt(edge2 / 3.0) > limit;
+}
+
 bool MeshRun::collect(std::vector<pcVec3f>& vertices, std::vector<unsigned int>& triangles,
                       std::vector<pcVec3f>* normals) {
-    if (!m_job.phase(QStringLiteral("collecting the mesh"), 90, 100)) return cancelled();
     TriangleMesh& mesh = *m_built->mesh;
     const bool fromPoints = m_params.method != Algo_Mesh::Method::Poisson;
+    std::vector<float> vertexDistance;
+    double limit = 0.0;
+    if (!measureReach(fromPoints, vertexDistance, &limit)) return false;
+    if (!m_job.phase(QStringLiteral("collecting the mesh"), 90, 100)) return cancelled();
     std::vector<int> source;
     std::vector<char> drop;
     if (fromPoints) {
@@ -295,7 +352,8 @@ bool MeshRun::collect(std::vector<pcVec3f>& vertices, std::vector<unsigned int>&
         if (k % kConvertPoll == 0 && !m_job.step(0.4 + 0.3 * double(k) / double(mesh.triangles_.size())))
             return cancelled();
         const Eigen::Vector3i& t = mesh.triangles_[k];
-        if (drop[size_t(t[0])] || drop[size_t(t[1])] || drop[size_t(t[2])]) continue;
+        if (drop[size_t(t[0])] || drop[size_t(t[1])] || drop[size_t(t[2])] || strays(t, vertexDistance, limit))
+            continue;
         for (int c = 0; c < 3; ++c) {
             renumber[size_t(t[c])] = 0;
             outTriangles.push_back(unsigned(t[c]));

@@ -24,8 +24,16 @@ class ILongLiveActionProgress;
 // - Screened Poisson reconstruction: the watertight indicator surface of the
 //   oriented points, on an octree of the given depth (a positive width asks
 //   for cells of about that size instead, the depth staying the upper bound).
-//   Poisson closes every hole, so vertices far from the data are dropped by
-//   their sampling density: the densest 1/densityDivide of the vertices stay.
+//   Poisson closes every hole, so vertices far from the data may also be
+//   dropped by their sampling density: the densest 1/densityDivide stay.
+//
+// Every method's mesh stays on the data: a triangle any point of which may
+// lie farther than twice the mean point spacing (the mean distance from an
+// input point to its nearest neighbour) from every input point is dropped,
+// judged by its corners' distances to the data plus longest edge / sqrt(3).
+// Alpha shapes and ball pivoting, whose corners are input points, lose only
+// triangles larger than that; Poisson loses the skin it spreads over holes
+// and beyond the edges of the data.
 //
 // Vertices of the alpha shape and ball pivoting are input points (returned
 // with their exact input coordinates and estimated normals); Poisson makes
@@ -44,7 +52,8 @@ class ILongLiveActionProgress;
 // slow (about 9 s of CPU per 200 000 points here) and about 3 KB per point;
 // alpha shapes the same tetrahedralisation; ball pivoting O(n log n) with the
 // neighbours within 2 * radius; Poisson O(n + 4^depth) time and memory for
-// surfaces. One double-precision copy of the points (24 bytes per point) is
+// surfaces; the trim a k-d tree of the points (about 24 bytes a point) and a
+// nearest-point search per point and per Poisson vertex, on all cores. One double-precision copy of the points (24 bytes per point) is
 // made for Open3D.
 class Algo_Mesh {
 public:

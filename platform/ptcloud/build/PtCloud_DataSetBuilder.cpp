@@ -18,6 +18,7 @@
 #include "PtCloud_BlockFileFormat.h"
 #include "PtCloud_BlockFileWriter.h"
 #include "PtCloud_CurveOrder.h"
+#include "PtCloud_GridMap.h"
 #include "PtCloud_KeySort.h"
 
 namespace ptCloud {
@@ -77,6 +78,18 @@ struct SpreadTable {
     }
 };
 constexpr SpreadTable kSpread;
+
+// A grid finer than single precision over the box (relative to the origin)
+// for points that come without one.
+pcVec3d quantumOver(const pcBoundingBoxf& box)
+{
+    auto step = [](float lo, float hi) {
+        const double reach = std::max({std::fabs(double(lo)), std::fabs(double(hi)), 1e-3});
+        return std::ldexp(1.0, std::ilogb(reach) - 24);
+    };
+    if (!box.valid()) return pcVec3d(std::ldexp(1.0, -24), std::ldexp(1.0, -24), std::ldexp(1.0, -24));
+    return pcVec3d(step(box.min.x, box.max.x), step(box.min.y, box.max.y), step(box.min.z, box.max.z));
+}
 
 int floorLog2(quint64 v)
 {
@@ -144,7 +157,8 @@ std::pair<PackFn, GatherFn> columnMoversFor(int width)
     case 4: return columnMovers<4>();
     case 6: return columnMovers<6>();
     case 8: return columnMovers<8>();
-    default: return columnMovers<12>();
+    case 12: return columnMovers<12>();
+    default: return columnMovers<24>();
     }
 }
 
@@ -295,7 +309,7 @@ struct PtCloud_DataSetBuilder::Impl {
     std::thread dealer;
     bool dealingDone = false;  // no more batches will come
     QString dealFailure;
-    std::vector<pcVec3f> rebased;
+    std::vector<pcVec3q> rebased;
     std::vector<quint16> colorScratch;
     std::vector<uint8_t> zeros;
     std::vector<quint32> cells;  // of records dealt by the other threads (staged, split again)
@@ -314,7 +328,7 @@ struct PtCloud_DataSetBuilder::Impl {
     bool abort = false;        // the writing thread gave up: stop partitioning
     PtCloud_CurveOrder blockCut;  // of the bucket being split
     // The block being written, column by column as the file stores them.
-    std::vector<pcVec3f> blockPositions;
+    std::vector<pcVec3q> blockPositions;
     std::vector<std::vector<uint8_t>> blockColumns;
     std::vector<const void*> blockColumnData;
     std::vector<quint64> keys, keyScratch;  // its points in the order they are stored
@@ -327,6 +341,7 @@ struct PtCloud_DataSetBuilder::Impl {
         opt.targetBlockPoints = std::max(opt.targetBlockPoints, 1);
         opt.memoryBudgetBytes = std::max(opt.memoryBudgetBytes, kMinBudget);
         header.sort = DSS_Morton;
+        if (!header.storesQuanta()) header.quantum = quantumOver(bounds);
         layout = stPtCloud_RecordLayout::forColumns(h.columns);
         header.columns = layout.columns();
         recordBytes = layout.bytes;
@@ -361,11 +376,12 @@ struct PtCloud_DataSetBuilder::Impl {
         return b.slabs[r >> b.shift].get() + size_t(r & (slabPoints(b) - 1)) * recordBytes;
     }
 
-    static pcVec3f positionOf(const char* record)
+    // The float position readers will hand out.
+    pcVec3f positionOf(const char* record) const
     {
-        pcVec3f p;
-        std::memcpy(&p, record, sizeof p);
-        return p;
+        pcVec3q q;
+        std::memcpy(&q, record, sizeof q);
+        return Format::floatOf(q, header.quantum);
     }
 
     // A bucket being split holds its cut and an output record a point.
@@ -584,19 +600,16 @@ struct PtCloud_DataSetBuilder::Impl {
                   size_t first, size_t n, std::vector<char>& batch)
     {
         batch.resize(n * recordBytes);
-        const pcVec3f* positions = chunk.positions.data() + first;
-        if (chunk.origin != header.origin) {
-            const double dx = chunk.origin.x - header.origin.x;
-            const double dy = chunk.origin.y - header.origin.y;
-            const double dz = chunk.origin.z - header.origin.z;
-            rebased.resize(n);
-            for (size_t i = 0; i < n; ++i) {
-                const pcVec3f& p = positions[i];
-                rebased[i] = pcVec3f(float(dx + p.x), float(dy + p.y), float(dz + p.z));
-            }
-            positions = rebased.data();
+        rebased.resize(n);
+        if (chunk.quanta.size() == size_t(chunk.count)) {
+            const PtCloud_GridMap map(chunk.origin, chunk.quantum, header.origin, header.quantum);
+            for (size_t i = 0; i < n; ++i) rebased[i] = map.map(chunk.quanta[first + i]);
+        } else {
+            const pcVec3f* positions = chunk.positions.data() + first;
+            for (size_t i = 0; i < n; ++i)
+                rebased[i] = PtCloud_GridMap::quantize(positions[i], chunk.origin, header.origin, header.quantum);
         }
-        packColumn<sizeof(pcVec3f)>(reinterpret_cast<const uint8_t*>(positions), n, batch.data(), recordBytes);
+        packColumn<sizeof(pcVec3q)>(reinterpret_cast<const uint8_t*>(rebased.data()), n, batch.data(), recordBytes);
         for (size_t s = 0; s < recordLayout.size(); ++s) {
             const Slot& slot = recordLayout[s];
             const uint8_t* values = zeros.data();
@@ -1032,7 +1045,7 @@ struct PtCloud_DataSetBuilder::Impl {
     {
         orderBlock(records, n);
         blockPositions.resize(n);
-        gatherColumn<sizeof(pcVec3f)>(records, recordBytes, keys.data(), n,
+        gatherColumn<sizeof(pcVec3q)>(records, recordBytes, keys.data(), n,
                                       reinterpret_cast<uint8_t*>(blockPositions.data()));
         for (size_t c = 0; c < recordLayout.size(); ++c) {
             const Slot& s = recordLayout[c];
@@ -1095,7 +1108,7 @@ struct PtCloud_DataSetBuilder::Impl {
         std::vector<quint64>().swap(keys);
         std::vector<quint64>().swap(keyScratch);
         std::vector<quint32>().swap(digitCounts);
-        std::vector<pcVec3f>().swap(blockPositions);
+        std::vector<pcVec3q>().swap(blockPositions);
         blockColumns.clear();
         if (ok && progress) progress->setProgress(100);
         return ok;
@@ -1126,6 +1139,11 @@ bool PtCloud_DataSetBuilder::addPoints(const stPtCloud_PointArray& chunk, QStrin
 const stPtCloud_RecordLayout& PtCloud_DataSetBuilder::recordLayout() const
 {
     return d->layout;
+}
+
+const stPtCloud_DataSetHeader& PtCloud_DataSetBuilder::header() const
+{
+    return d->header;
 }
 
 bool PtCloud_DataSetBuilder::addRecords(const char* records, size_t n, QString* error)

@@ -34,9 +34,11 @@ public:
         QString tempDir;                             // for the spill files; empty: beside the output
     };
 
-    // header: type, colouring mode, origin and columns of the new file; its
-    // pointCount, when not 0, announces how many points will come, which sizes
-    // the spatial buckets (without it they are sized from the first points).
+    // header: type, colouring mode, origin, quantum and columns of the new
+    // file (without a quantum, one finer than single precision over the
+    // bounds); its pointCount, when not 0, announces how many points will
+    // come, which sizes the spatial buckets (without it they are sized from
+    // the first points).
     // bounds: a box (relative to header.origin) that holds the points; points
     // outside it are still kept (they land in the edge buckets).
     PtCloud_DataSetBuilder(const QString& outPath, const stPtCloud_DataSetHeader& header,
@@ -45,12 +47,15 @@ public:
                            const pcBoundingBoxf& bounds);
     ~PtCloud_DataSetBuilder();  // removes the spill files; an unfinished output is not written
 
-    // Adds points (positions relative to chunk.origin; re-based to the
-    // header's origin). Columns the builder was not asked for are ignored.
+    // Adds points (positions relative to chunk.origin, exact where the chunk
+    // carries quanta; re-based to the header's origin and quantum). Columns
+    // the builder was not asked for are ignored.
     bool addPoints(const stPtCloud_PointArray& chunk, QString* error);
-    // The records addRecords takes: the columns of the header, positions
-    // relative to the header's origin.
+    // The records addRecords takes: the columns of the header, positions in
+    // quanta of the header's grid (see header()).
     const stPtCloud_RecordLayout& recordLayout() const;
+    // The header of the file being made, its quantum chosen.
+    const stPtCloud_DataSetHeader& header() const;
     // Adds n points as records of recordLayout(): cheaper than addPoints for a
     // source that can write them so (the LAS reader).
     bool addRecords(const char* records, size_t n, QString* error);

@@ -8,6 +8,8 @@
 #include <cmath>
 #include <cstring>
 
+#include "PtCloud_GridMap.h"
+
 namespace ptCloud {
 
 static_assert(Q_BYTE_ORDER == Q_LITTLE_ENDIAN, "records are decoded by copying little-endian bytes");
@@ -471,10 +473,12 @@ qint64 LasReader::readChunk(stPtCloud_PointArray& out, int maxPoints, const QLis
 }
 
 qint64 LasReader::readRecords(std::vector<char>& out, int maxPoints, const stPtCloud_RecordLayout& layout,
-                              const pcVec3d& origin, QString* error) {
+                              const pcVec3d& origin, const pcVec3d& quantum, QString* error) {
     const LasHeader& h = m_header;
     const QList<EDataSetColumn> present = h.columns();
     const size_t stride = layout.bytes;
+    const PtCloud_GridMap grid(pcVec3d(h.offset[0], h.offset[1], h.offset[2]),
+                               pcVec3d(h.scale[0], h.scale[1], h.scale[2]), origin, quantum);
     bool complete = true;
     for (const stPtCloud_RecordLayout::Field& field : layout.fields) complete = complete && present.contains(field.column);
     return readPoints(maxPoints, error, [&](const char* src, int k, int at) {
@@ -486,7 +490,11 @@ qint64 LasReader::readRecords(std::vector<char>& out, int maxPoints, const stPtC
             return;
         }
         uint8_t* records = reinterpret_cast<uint8_t*>(out.data()) + size_t(at) * stride;
-        decodePositions(src, k, origin, records, stride);
+        for (int i = 0; i < k; ++i) {
+            const char* r = src + size_t(i) * h.recordLength;
+            const pcVec3q q = grid.map(le<qint32>(r), le<qint32>(r + 4), le<qint32>(r + 8));
+            std::memcpy(records + size_t(i) * stride, &q, sizeof q);
+        }
         for (const stPtCloud_RecordLayout::Field& field : layout.fields) {
             if (!present.contains(field.column)) continue;
             uint8_t* dst = records + field.offset;

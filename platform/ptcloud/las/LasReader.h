@@ -38,11 +38,13 @@ public:
     qint64 readChunk(stPtCloud_PointArray& out, int maxPoints, const QList<EDataSetColumn>& columns,
                      const pcVec3d& origin, QString* error);
     // Reads up to maxPoints further points into out (replacing its content)
-    // as records of the given layout, positions relative to origin: one pass
-    // where readChunk's columns would take a pass each to interleave. Columns
-    // of the layout the file lacks are zero. Returns as readChunk.
+    // as records of the given layout, positions in whole quanta from origin
+    // (exact when the quantum divides the file's scale and the offset lies on
+    // its grid): one pass where readChunk's columns would take a pass each to
+    // interleave. Columns of the layout the file lacks are zero. Returns as
+    // readChunk.
     qint64 readRecords(std::vector<char>& out, int maxPoints, const stPtCloud_RecordLayout& layout,
-                       const pcVec3d& origin, QString* error);
+                       const pcVec3d& origin, const pcVec3d& quantum, QString* error);
     // Restarts reading at the first point.
     bool rewind();
     quint64 pointsRead() const { return m_read; }

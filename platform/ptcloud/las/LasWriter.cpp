@@ -12,6 +12,7 @@
 #include <limits>
 
 #include "PtCloud_FileCommit.h"
+#include "PtCloud_GridMap.h"
 
 namespace ptCloud {
 
@@ -175,6 +176,11 @@ bool LasWriter::write(const stPtCloud_PointArray& points, QString* error) {
 
     const int recLen = recordLength();
     const double origin[3] = {points.origin.x, points.origin.y, points.origin.z};
+    // Exact positions, where the points bring them, go to the file's grid
+    // without passing through single precision.
+    const bool quanta = points.quanta.size() == size_t(n);
+    const PtCloud_GridMap grid(points.origin, points.quantum, pcVec3d(m_offset[0], m_offset[1], m_offset[2]),
+                               pcVec3d(m_scale[0], m_scale[1], m_scale[2]));
     std::vector<char> buf(size_t(std::min(n, kPointsPerWrite)) * size_t(recLen));
     for (int first = 0; first < n; first += kPointsPerWrite) {
         const int k = std::min(kPointsPerWrite, n - first);
@@ -184,8 +190,11 @@ bool LasWriter::write(const stPtCloud_PointArray& points, QString* error) {
             char* r = buf.data() + size_t(j) * size_t(recLen);
             const float rel[3] = {points.positions[size_t(i)].x, points.positions[size_t(i)].y,
                                   points.positions[size_t(i)].z};
+            const pcVec3q* exact = quanta ? &points.quanta[size_t(i)] : nullptr;
+            const std::int64_t whole[3] = {exact ? exact->x : 0, exact ? exact->y : 0, exact ? exact->z : 0};
             for (int a = 0; a < 3; ++a) {
-                const double q = std::round((origin[a] + double(rel[a]) - m_offset[a]) / m_scale[a]);
+                const double q = exact ? double(grid.axis(a, whole[a]))
+                                       : std::round((origin[a] + double(rel[a]) - m_offset[a]) / m_scale[a]);
                 if (!(q >= std::numeric_limits<qint32>::min() && q <= std::numeric_limits<qint32>::max()))
                     return fail(QStringLiteral("point %1 does not fit the scale and offset of the file")
                                     .arg(m_count + quint64(j)));

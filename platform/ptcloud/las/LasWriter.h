@@ -33,8 +33,9 @@ public:
     // wkt: coordinate system to record, may be empty.
     bool open(const QString& path, bool withColor, const double scale[3], const double offset[3],
               const QString& wkt, QString* error);
-    // Points of a block (positions relative to points.origin). A failure
-    // abandons the file: the target stays as it was.
+    // Points of a block (positions relative to points.origin, taken from
+    // its quanta where it has them). A failure abandons the file: the target
+    // stays as it was.
     bool write(const stPtCloud_PointArray& points, QString* error);
     bool close(QString* error);
 

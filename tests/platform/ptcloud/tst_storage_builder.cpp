@@ -13,6 +13,7 @@
 #include "PtCloud_BlockFileFormat.h"
 #include "PtCloud_DataSetBuilder.h"
 #include "PtCloud_DataSetFile.h"
+#include "PtCloud_GridMap.h"
 #include "PtCloud_SimpleProgress.h"
 
 using namespace ptCloud;
@@ -54,15 +55,14 @@ struct Scene {
 };
 
 // The chunk as records of the builder's layout, positions moved to the
-// dataset's origin.
-std::vector<char> recordsOf(const stPtCloud_PointArray& chunk, const stPtCloud_RecordLayout& layout)
+// dataset's origin and grid.
+std::vector<char> recordsOf(const stPtCloud_PointArray& chunk, const stPtCloud_RecordLayout& layout,
+                            const pcVec3d& quantum)
 {
     std::vector<char> records(size_t(chunk.count) * layout.bytes, 0);
     for (int i = 0; i < chunk.count; ++i) {
         char* rec = records.data() + size_t(i) * layout.bytes;
-        const pcVec3f& p = chunk.positions[size_t(i)];
-        const pcVec3f q(float(chunk.origin.x - kOrigin.x + p.x), float(chunk.origin.y - kOrigin.y + p.y),
-                        float(chunk.origin.z - kOrigin.z + p.z));
+        const pcVec3q q = PtCloud_GridMap::quantize(chunk.positions[size_t(i)], chunk.origin, kOrigin, quantum);
         std::memcpy(rec, &q, sizeof q);
         for (const stPtCloud_RecordLayout::Field& f : layout.fields) {
             if (f.column == DSC_Color) {
@@ -98,7 +98,7 @@ bool feed(PtCloud_DataSetBuilder& builder, const Scene& scene, QString* error, b
             chunk.columnData<double>(DSC_GpsTime)[i] = double(id);
         }
         if (asRecords) {
-            const std::vector<char> records = recordsOf(chunk, builder.recordLayout());
+            const std::vector<char> records = recordsOf(chunk, builder.recordLayout(), builder.header().quantum);
             if (!builder.addRecords(records.data(), size_t(n), error)) return false;
         } else if (!builder.addPoints(chunk, error)) {
             return false;
@@ -366,12 +366,12 @@ void TestStorageBuilder::spillingAndSplitting_data()
     QTest::addColumn<Layout>("layout");
     QTest::addColumn<qint64>("budget");
     QTest::addColumn<bool>("spills");
-    // 200 000 points of 28 bytes: 5.6 MB of records, in buckets of about
-    // 30 000 points. With 4 MiB some buckets must go to disk while the
-    // others stay; with 10 MiB every record fits, but the cluster's bucket
+    // 200 000 points of 40 bytes: 8 MB of records, in buckets of about
+    // 30 000 points. With 6 MiB some buckets must go to disk while the
+    // others stay; with 14 MiB every record fits, but the cluster's bucket
     // (150 000 points and more) cannot be split beside them at once.
-    QTest::newRow("some buckets spilled, others in memory") << Layout::Terrain << (4ll << 20) << true;
-    QTest::newRow("one bucket in memory too large to split") << Layout::Clustered << (10ll << 20) << false;
+    QTest::newRow("some buckets spilled, others in memory") << Layout::Terrain << (6ll << 20) << true;
+    QTest::newRow("one bucket in memory too large to split") << Layout::Clustered << (14ll << 20) << false;
 }
 
 void TestStorageBuilder::spillingAndSplitting()

@@ -37,7 +37,9 @@ stPtCloud_PointArray makeBlock(const stPtCloud_DataSetHeader& h, int n, float at
     a.origin = h.origin;
     for (EDataSetColumn c : h.columns) a.addColumn(c);
     a.resize(n);
-    for (int i = 0; i < n; ++i) a.positions[i] = pcVec3f(at + u(rng), at + u(rng), at + u(rng));
+    // Positions on a grid of 2^-10 m, which files storing quanta keep exactly.
+    auto coordinate = [&] { return h.storesQuanta() ? std::round((at + u(rng)) * 1024.f) / 1024.f : at + u(rng); };
+    for (int i = 0; i < n; ++i) a.positions[i] = pcVec3f(coordinate(), coordinate(), coordinate());
     // Colours on the 16-bit grid the file keeps; alpha is not stored.
     for (pcVec4f& c : a.colors)
         c = pcVec4f(float(rng() % 65536) / 65535.f, float(rng() % 65536) / 65535.f,
@@ -142,25 +144,31 @@ void TestStorageFile::roundTrip_data()
     QTest::addColumn<int>("type");
     QTest::addColumn<QList<EDataSetColumn>>("columns");
     QTest::addColumn<QList<int>>("ids");
+    QTest::addColumn<double>("quantum");  // 0: floats
 
     const QList<int> ids{-3, 0, 7, 1000};
-    QTest::newRow("Location only") << int(DST_Points) << QList<EDataSetColumn>{DSC_Location} << ids;
+    QTest::newRow("Location only") << int(DST_Points) << QList<EDataSetColumn>{DSC_Location} << ids << 0.0;
     for (int c = 1; c < DSC_Count; ++c) {
         const EDataSetColumn col = EDataSetColumn(c);
         const QString name = c == DSC_Normal ? QStringLiteral("Normal")
                                              : (c == DSC_Label ? QStringLiteral("Label") : columnName(col));
-        QTest::newRow(qPrintable(name)) << int(DST_Points) << QList<EDataSetColumn>{DSC_Location, col} << ids;
+        QTest::newRow(qPrintable(name)) << int(DST_Points) << QList<EDataSetColumn>{DSC_Location, col} << ids << 0.0;
     }
     QList<EDataSetColumn> all;
     for (int c = 0; c < DSC_Count; ++c) all << EDataSetColumn(c);
-    QTest::newRow("all, points") << int(DST_Points) << all << ids;
-    QTest::newRow("all, mesh") << int(DST_Mesh) << all << ids;
+    QTest::newRow("all, points") << int(DST_Points) << all << ids << 0.0;
+    QTest::newRow("all, mesh") << int(DST_Mesh) << all << ids << 0.0;
+    // Blocks span 2^14 quanta of 2^-10 m, and 2^34 of 2^-30 m: 64-bit positions.
+    QTest::newRow("all, points, in quanta") << int(DST_Points) << all << ids << std::ldexp(1.0, -10);
+    QTest::newRow("all, mesh, in quanta") << int(DST_Mesh) << all << ids << std::ldexp(1.0, -10);
+    QTest::newRow("Location, wide quanta") << int(DST_Points) << QList<EDataSetColumn>{DSC_Location} << ids
+                                           << std::ldexp(1.0, -30);
     QTest::newRow("split, one block") << int(DST_Split) << QList<EDataSetColumn>{DSC_Location, DSC_Label}
-                                      << QList<int>{42};
+                                      << QList<int>{42} << 0.0;
     // Listed out of order: the file keeps value order.
     QTest::newRow("columns unordered") << int(DST_Classify)
                                        << QList<EDataSetColumn>{DSC_GpsTime, DSC_Color, DSC_Location}
-                                       << ids;
+                                       << ids << 0.0;
 }
 
 void TestStorageFile::roundTrip()
@@ -168,8 +176,10 @@ void TestStorageFile::roundTrip()
     QFETCH(int, type);
     QFETCH(QList<EDataSetColumn>, columns);
     QFETCH(QList<int>, ids);
+    QFETCH(double, quantum);
 
-    const stPtCloud_DataSetHeader h = makeHeader(EDataSetType(type), columns);
+    stPtCloud_DataSetHeader h = makeHeader(EDataSetType(type), columns);
+    h.quantum = pcVec3d(quantum, quantum, quantum);
     QString error;
     QVERIFY2(writeFile(m_path, h, ids, 300, &error), qPrintable(error));
 
@@ -182,6 +192,7 @@ void TestStorageFile::roundTrip()
     QCOMPARE(file.getSortType(), h.sort);
     QCOMPARE(got.coloringMode, h.coloringMode);
     QCOMPARE(got.origin, h.origin);
+    QCOMPARE(got.quantum, h.quantum);
     QList<EDataSetColumn> sorted = columns;
     std::sort(sorted.begin(), sorted.end());
     QCOMPARE(got.columns, sorted);
@@ -309,7 +320,7 @@ void TestStorageFile::damagedFileRefused_data()
     QTest::newRow("empty file") << int(Truncate) << 0 << false << "bad signature";
     QTest::newRow("half a header") << int(Truncate) << 60 << false << "truncated";
     QTest::newRow("signature") << int(FlipByte) << 0 << false << "bad signature";
-    QTest::newRow("future version") << int(SetVersion) << 2 << false << "version 2 is not supported";
+    QTest::newRow("future version") << int(SetVersion) << 3 << false << "version 3 is not supported";
     QTest::newRow("origin bit flip") << int(FlipByte) << 40 << false << "checksum";
     QTest::newRow("index cut short") << int(Truncate) << -1 << false << "truncated";
     QTest::newRow("trailing bytes") << int(Append) << 16 << false << "index is misplaced";
