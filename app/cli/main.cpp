@@ -8,6 +8,7 @@
 #include "CliImportCommand.h"
 #include "CliProjectCommands.h"
 #include "CliRunCommands.h"
+#include "CliSectionCommand.h"
 #include "CliVolumeCommand.h"
 
 int main(int argc, char** argv)
@@ -21,5 +22,6 @@ int main(int argc, char** argv)
     table.add(CliGenerateCommands::commands());
     table.add(CliRunCommands::commands());
     table.add(CliVolumeCommand::commands());
+    table.add(CliSectionCommand::commands());
     return table.dispatch(QCoreApplication::arguments().mid(1));
 }
