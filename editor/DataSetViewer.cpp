@@ -15,6 +15,8 @@
 #include "Dlg_Do_Sample.h"
 #include "Dlg_Do_Split.h"
 #include "Dlg_Progress_P3DWrapper.h"
+#include "Func_Section_Widget.h"
+#include "Func_Volume_Widget.h"
 #include "PtCloudDataSet.h"
 #include "PtCloudWidget.h"
 #include "PtCloud_Controller.h"
@@ -285,9 +287,12 @@ void DataSetViewer::onClickedTool_Split()
                    PtCloudScene::Content_Split);
 }
 
-// The cut, measure, section and volume panels belong to the tools library,
-// which this build does not include yet: their buttons open nothing.
-void DataSetViewer::onClickedTool_Volumn() {}
+// The cut and measure panels are not part of this build yet: their buttons
+// open nothing.
+void DataSetViewer::onClickedTool_Volumn()
+{
+    if (dataSet()) openToolPanel(Tool_Volume, new Func_Volume_Widget(m_scene, m_view));
+}
 
 void DataSetViewer::onClickedTool_DriveLine()
 {
@@ -296,7 +301,10 @@ void DataSetViewer::onClickedTool_DriveLine()
 
 void DataSetViewer::onClickedTool_Cut() {}
 
-void DataSetViewer::onClickedTool_Section() {}
+void DataSetViewer::onClickedTool_Section()
+{
+    if (dataSet()) openToolPanel(Tool_Section, new Func_Section_Widget(m_scene, m_view));
+}
 
 void DataSetViewer::onClickedTool_Measure() {}
 

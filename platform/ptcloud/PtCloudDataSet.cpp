@@ -154,6 +154,12 @@ PtCloud_DataSetFile* PtCloudDataSet::getContent_PointDataSetFile() const { retur
 
 QString PtCloudDataSet::getFilePath_Points() const { return d->points->getFilepath(); }
 
+pcVec3d PtCloudDataSet::getOrigin() const
+{
+    PtCloud_DataSetFile points(getFilePath_Points());
+    return points.openFile() ? points.getHeader().origin : pcVec3d();
+}
+
 QString PtCloudDataSet::createEmptyLocatedContent_Points()
 {
     if (!d->locatedPoints.isEmpty()) QFile::remove(d->locatedPoints);

@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "PtCloudEnums.h"
+#include "PtCloudTypes.h"
 
 namespace ptCloud {
 
@@ -34,6 +35,9 @@ public:
     // Points
     PtCloud_DataSetFile* getContent_PointDataSetFile() const;
     QString getFilePath_Points() const;
+    // Absolute position of the frame the points, and every position a
+    // content keeps, are relative to; (0, 0, 0) while the points are unreadable.
+    pcVec3d getOrigin() const;
     // Path of a fresh, empty points file beside the dataset, for a long action to fill.
     QString createEmptyLocatedContent_Points();
     // Adopts the points file written at the last located path (it replaces the old points).
