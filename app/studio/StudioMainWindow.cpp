@@ -16,6 +16,7 @@
 #include <QTimer>
 
 #include "AppConfig.h"
+#include "DataSetViewer.h"
 #include "OsgGraphItem_PcDataSet.h"
 #include "PtCloudDataSet.h"
 #include "PtCloudScene.h"
@@ -95,6 +96,25 @@ void StudioMainWindow::buildMenus()
     window->addAction(tr("Copy DataSet..."), m_view, &PtCloudWidget::doCmd_ShowWindow_DataSet_Copy);
     window->addAction(tr("Merge DataSets..."), m_view, &PtCloudWidget::doCmd_ShowWindow_DataSet_Merge);
     window->addAction(tr("Show DataSet..."), m_view, &PtCloudWidget::doCmd_ShowWindow_DataSet_Focuse);
+
+    // The dataset viewer's tool panels, for the shown dataset.
+    QMenu* tools = menuBar()->addMenu(tr("&Tools"));
+    auto addTool = [&](const QString& name, const QString& text, void (DataSetViewer::*open)()) {
+        QAction* action = tools->addAction(text, this, [this, open] {
+            if (PtCloudScene* scene = m_view->ptCloudScene()) (scene->dataSetViewer()->*open)();
+        });
+        action->setObjectName(QStringLiteral("action_tool_") + name);
+    };
+    addTool(QStringLiteral("section"), tr("Section"), &DataSetViewer::onClickedTool_Section);
+    addTool(QStringLiteral("volume"), tr("Volume"), &DataSetViewer::onClickedTool_Volumn);
+}
+
+bool StudioMainWindow::openTool(const QString& name)
+{
+    QAction* action = findChild<QAction*>(QStringLiteral("action_tool_") + name);
+    if (!action) return false;
+    action->trigger();
+    return true;
 }
 
 bool StudioMainWindow::openProject(const QString& folder, QString* error)
