@@ -1,6 +1,7 @@
 #include "Func_Section_Widget.h"
 
 #include <QCloseEvent>
+#include <QCoreApplication>
 #include <QMessageBox>
 #include <QMouseEvent>
 
@@ -97,7 +98,9 @@ void Func_Section_Widget::showSection(bool lookAcross)
                                          ui->doubleSpinBox_width->value(), lookAcross, &error);
     m_sectionView->setPointCount(ok ? profile->sectionPointCount() : -1);
     if (!ok && error != QLatin1String("cancelled"))
-        QMessageBox::critical(this, tr("error"), tr("The section cannot be read: %1").arg(error));
+        QMessageBox::critical(
+            this, QCoreApplication::translate("func_section_widget", "error"),
+            QCoreApplication::translate("func_section_widget", "The section cannot be read: %1").arg(error));
 }
 
 void Func_Section_Widget::onClickedClear()

@@ -168,7 +168,9 @@ void Func_Volume_Widget::boundaryChanged()
 void Func_Volume_Widget::setSelecting(bool selecting)
 {
     m_selecting = selecting && activeArea();
-    ui->pushButton_boundary_select->setText(m_selecting ? tr("end select") : tr("begin select"));
+    ui->pushButton_boundary_select->setText(m_selecting
+                                                ? QCoreApplication::translate("volume_calc_widget", "end select")
+                                                : QCoreApplication::translate("volume_calc_widget", "begin select"));
 }
 
 void Func_Volume_Widget::rebuildRows()
@@ -193,7 +195,8 @@ void Func_Volume_Widget::rebuildRows()
     }
     const int total = table->rowCount();
     table->insertRow(total);
-    table->setItem(total, Column_Name, new QTableWidgetItem(tr("total")));
+    table->setItem(total, Column_Name,
+                   new QTableWidgetItem(QCoreApplication::translate("volume_calc_widget", "total")));
     refreshResults();
 }
 
@@ -278,8 +281,10 @@ void Func_Volume_Widget::onClickedRemoveArea()
 {
     const QString name = sender() ? sender()->property(kAreaProperty).toString() : QString();
     if (name.isEmpty() || !m_scene) return;
-    if (QMessageBox::question(this, tr("Confirm"), tr("Do you want to delete the area %1?").arg(name),
-                              QMessageBox::Yes | QMessageBox::No) != QMessageBox::Yes)
+    if (QMessageBox::question(
+            this, QCoreApplication::translate("volume_calc_widget", "Confirm"),
+            QCoreApplication::translate("volume_calc_widget", "Do you want to delete the area %1?").arg(name),
+            QMessageBox::Yes | QMessageBox::No) != QMessageBox::Yes)
         return;
     if (name == m_activeArea) {
         setSelecting(false);
@@ -346,12 +351,15 @@ void Func_Volume_Widget::onClickedCalc()
         if (!it.value()->lastCalcOk()) failures << QStringLiteral("%1: %2").arg(it.key(), it.value()->lastError());
     if (!ok) {
         if (failures.isEmpty()) failures << list->lastError();
-        QMessageBox::critical(this, tr("error"), failures.join(QLatin1Char('\n')));
+        QMessageBox::critical(this, QCoreApplication::translate("volume_calc_widget", "error"),
+                              failures.join(QLatin1Char('\n')));
         return;
     }
     refreshResults();
     if (m_scene) m_scene->syncVolumeAreaItems(calcFunction);
-    if (!failures.isEmpty()) QMessageBox::warning(this, tr("warning"), failures.join(QLatin1Char('\n')));
+    if (!failures.isEmpty())
+        QMessageBox::warning(this, QCoreApplication::translate("volume_calc_widget", "warning"),
+                             failures.join(QLatin1Char('\n')));
 }
 
 void Func_Volume_Widget::onClickedClose() { close(); }

@@ -1,5 +1,7 @@
 #include "SectionViewWidget.h"
 
+#include <QCoreApplication>
+
 #include "SectionViewOsgWidget.h"
 #include "ui_SectionViewWidget.h"
 
@@ -15,5 +17,6 @@ SectionViewOsgWidget* SectionViewWidget::profileView() const { return ui->widget
 
 void SectionViewWidget::setPointCount(int count)
 {
-    ui->label_points->setText(count < 0 ? QString() : tr("%n points", nullptr, count));
+    ui->label_points->setText(
+        count < 0 ? QString() : QCoreApplication::translate("section_view_widget", "%n points", nullptr, count));
 }

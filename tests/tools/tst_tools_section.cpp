@@ -137,7 +137,8 @@ void TstToolsSection::panelSelectsTheStrip()
         return osg::Vec3f(float(kUtm.x + x - o.x), float(kUtm.y + y - o.y), float(kUtm.z - o.z));
     };
     shown.scene->dataSetViewer()->onClickedTool_Section();
-    auto* panel = qobject_cast<Func_Section_Widget*>(shown.scene->dataSetViewer()->toolPanel(DataSetViewer::Tool_Section));
+    auto* panel =
+        qobject_cast<Func_Section_Widget*>(shown.scene->dataSetViewer()->toolPanel(DataSetViewer::Tool_Section));
     QVERIFY(panel);
     panel->findChild<QDoubleSpinBox*>("doubleSpinBox_width")->setValue(width);
     panel->pickPoint(relative(1.5, 7.5));

@@ -112,8 +112,8 @@ void TstToolsVolume::addStockpileArea(Func_Volume_Widget* panel, double h)
     const pcVec3d o = m_project.dataSet(m_view->ptCloudScene()->currentDataSetName())->getOrigin();
     field<QPushButton>("pushButton_add_area")->click();
     field<QPushButton>("pushButton_boundary_select")->click();
-    for (const auto& corner : {std::make_pair(-h, -h), std::make_pair(h, -h), std::make_pair(h, h), std::make_pair(-h, h)})
-        panel->pickPoint(osg::Vec3f(float(s.x + corner.first - o.x), float(s.y + corner.second - o.y), 0.f));
+    for (const QPointF& c : {QPointF(-h, -h), QPointF(h, -h), QPointF(h, h), QPointF(-h, h)})
+        panel->pickPoint(osg::Vec3f(float(s.x + c.x() - o.x), float(s.y + c.y() - o.y), 0.f));
     field<QPushButton>("pushButton_boundary_select")->click();
     field<QRadioButton>("radioButton_ground_fixed")->setChecked(true);
     field<QDoubleSpinBox>("doubleSpinBox_ground_height")->setValue(s.baseZ);
@@ -149,7 +149,8 @@ void TstToolsVolume::stockpile()
     const QTableWidget* table = field<QTableWidget>("tableWidget_selections");
     QCOMPARE(table->rowCount(), 2);
     const double dig = table->item(0, 1)->text().toDouble();
-    QVERIFY2(std::fabs(dig - expected) < 0.01 * expected, qPrintable(QStringLiteral("%1 vs %2").arg(dig).arg(expected)));
+    QVERIFY2(std::fabs(dig - expected) < 0.01 * expected,
+             qPrintable(QStringLiteral("%1 vs %2").arg(dig).arg(expected)));
     QCOMPARE(table->item(1, 1)->text(), table->item(0, 1)->text());
     QVERIFY(table->item(0, 2)->text().toDouble() < 0.01 * expected);
 }
