@@ -17,6 +17,8 @@
 #include "Dlg_Progress_P3DWrapper.h"
 #include "Func_Cut_Widget.h"
 #include "Func_Measure_Widget.h"
+#include "Func_Section_Widget.h"
+#include "Func_Volume_Widget.h"
 #include "PtCloudDataSet.h"
 #include "PtCloudWidget.h"
 #include "PtCloud_Controller.h"
@@ -300,7 +302,7 @@ void DataSetViewer::onClickedTool_Split()
                    PtCloudScene::Content_Split);
 }
 
-void DataSetViewer::onClickedTool_Volumn() {}
+void DataSetViewer::onClickedTool_Volumn() { openTool<Func_Volume_Widget>(Tool_Volume); }
 
 void DataSetViewer::onClickedTool_DriveLine()
 {
@@ -309,7 +311,7 @@ void DataSetViewer::onClickedTool_DriveLine()
 
 void DataSetViewer::onClickedTool_Cut() { openTool<Func_Cut_Widget>(Tool_Cut); }
 
-void DataSetViewer::onClickedTool_Section() {}
+void DataSetViewer::onClickedTool_Section() { openTool<Func_Section_Widget>(Tool_Section); }
 
 void DataSetViewer::onClickedTool_Measure() { openTool<Func_Measure_Widget>(Tool_Measure); }
 

@@ -567,17 +567,56 @@ void PtCloudScene::onDataSetContentRemoved_Split(QString strDataSetName, QString
 void PtCloudScene::onDataSetContentAdded_EarthVolume(QString strDataSetName)
 {
     if (strDataSetName != m_currentDataSetName) return;
+    syncVolumeAreaItems(m_volumeFunction);
+}
+
+VolumeCalcArea* PtCloudScene::addVolumeArea(const QString& name)
+{
+    const PtCloudDataSet* ds = currentDataSet();
+    VolumeCalcAreaList* list = ds ? ds->getContent_EarthVolume() : nullptr;
+    VolumeCalcArea* area = list ? list->addArea(name) : nullptr;
+    if (area) syncVolumeAreaItems(m_volumeFunction);
+    return area;
+}
+
+void PtCloudScene::removeVolumeArea(const QString& name)
+{
     const PtCloudDataSet* ds = currentDataSet();
     VolumeCalcAreaList* list = ds ? ds->getContent_EarthVolume() : nullptr;
     if (!list) return;
+    if (osg::ref_ptr<OsgGraphItem_VolumeArea> item = m_volumeAreaItems.take(name))
+        m_view->getRoot()->removeChild(item.get());
+    list->removeArea(name);
+    contentChanged(Content_EarthVolume);
+}
+
+void PtCloudScene::syncVolumeAreaItems(EVolumeCalcFunction function)
+{
+    m_volumeFunction = function;
+    const PtCloudDataSet* ds = currentDataSet();
+    VolumeCalcAreaList* list = ds ? ds->getContent_EarthVolume() : nullptr;
     QMap<QString, VolumeCalcArea*> areas;
-    list->getAreas(areas);
+    if (list) list->getAreas(areas);
+    // An item whose area went behind the scene's back is dropped by name,
+    // without a look at the area it was made for.
+    for (auto it = m_volumeAreaItems.begin(); it != m_volumeAreaItems.end();) {
+        if (areas.contains(it.key())) {
+            ++it;
+            continue;
+        }
+        m_view->getRoot()->removeChild(it.value().get());
+        it = m_volumeAreaItems.erase(it);
+    }
+    // New items take the visibility of the others.
+    const bool visible = m_volumeAreaItems.isEmpty() || m_volumeAreaItems.first()->isVisible();
     for (auto it = areas.cbegin(); it != areas.cend(); ++it) {
-        if (m_volumeAreaItems.contains(it.key())) continue;
-        osg::ref_ptr<OsgGraphItem_VolumeArea> item = new OsgGraphItem_VolumeArea(it.key(), it.value());
-        item->setVisible(true);
-        m_view->getRoot()->addChild(item.get());
-        m_volumeAreaItems.insert(it.key(), item);
+        osg::ref_ptr<OsgGraphItem_VolumeArea>& item = m_volumeAreaItems[it.key()];
+        if (!item) {
+            item = new OsgGraphItem_VolumeArea(it.key(), it.value());
+            item->setVisible(visible);
+            m_view->getRoot()->addChild(item.get());
+        }
+        item->setFunction(function);
     }
     contentChanged(Content_EarthVolume);
 }

@@ -8,6 +8,8 @@
 
 #include <osg/ref_ptr>
 
+#include "PtCloudEnums.h"
+
 class DataSetViewer;
 class OsgGraphItem_Contour;
 class OsgGraphItem_DemMesh;
@@ -22,6 +24,7 @@ namespace ptCloud {
 class PtCloud_Controller;
 class PtCloud_DataSetFile;
 class PtCloudDataSet;
+class VolumeCalcArea;
 }  // namespace ptCloud
 
 // The spine of the editor: binds the view to the project's controller, shows
@@ -73,6 +76,16 @@ public:
     bool setContentVisible(EContentKind kind, const QString& name, bool visible);
     // False when hidden or absent.
     bool isContentVisible(EContentKind kind, const QString& name = QString()) const;
+
+    // The shown dataset's earth-volume areas keep exactly one item each.
+    // Adds the area and its item; null when the name is taken or the dataset
+    // has no earth-volume content.
+    ptCloud::VolumeCalcArea* addVolumeArea(const QString& name);
+    // Drops the area's item, then the area: no item outlives its area.
+    void removeVolumeArea(const QString& name);
+    // Items follow the area list (areas gone lose theirs, new ones get one)
+    // and show the results of function, from now on also in new items.
+    void syncVolumeAreaItems(ptCloud::EVolumeCalcFunction function);
 
     // Input from the view; true when a tool panel used the event.
     bool keyPressEvent(QKeyEvent* event);
@@ -161,6 +174,7 @@ private:
     osg::ref_ptr<OsgGraphItem_PcDataSet> m_demClassifyItem;
     PointItems m_splitItems;
     QMap<QString, osg::ref_ptr<OsgGraphItem_VolumeArea>> m_volumeAreaItems;
+    ptCloud::EVolumeCalcFunction m_volumeFunction = ptCloud::VCF_Grid;
     PointItems m_cutItems;
     bool m_viewShown = false;
     QTimer m_loadingPacer;

@@ -9,6 +9,7 @@
 #include "CliProjectCommands.h"
 #include "CliRunCommands.h"
 #include "CliToolCommands.h"
+#include "CliSectionCommand.h"
 #include "CliVolumeCommand.h"
 
 int main(int argc, char** argv)
@@ -23,5 +24,6 @@ int main(int argc, char** argv)
     table.add(CliRunCommands::commands());
     table.add(CliVolumeCommand::commands());
     table.add(CliToolCommands::commands());
+    table.add(CliSectionCommand::commands());
     return table.dispatch(QCoreApplication::arguments().mid(1));
 }

@@ -100,16 +100,26 @@ void StudioMainWindow::buildMenus()
     window->addAction(tr("Merge DataSets..."), m_view, &PtCloudWidget::doCmd_ShowWindow_DataSet_Merge);
     window->addAction(tr("Show DataSet..."), m_view, &PtCloudWidget::doCmd_ShowWindow_DataSet_Focuse);
 
-    // The tool panels of the dataset viewer, on the shown dataset.
+    // The dataset viewer's tool panels, for the shown dataset.
     QMenu* tools = menuBar()->addMenu(tr("&Tools"));
-    const auto openTool = [this](void (DataSetViewer::*slot)()) {
-        return [this, slot] {
-            PtCloudScene* scene = m_view ? m_view->ptCloudScene() : nullptr;
-            if (DataSetViewer* viewer = scene ? scene->dataSetViewer() : nullptr) (viewer->*slot)();
-        };
+    auto addTool = [&](const QString& name, const QString& text, void (DataSetViewer::*open)()) {
+        QAction* action = tools->addAction(text, this, [this, open] {
+            if (PtCloudScene* scene = m_view->ptCloudScene()) (scene->dataSetViewer()->*open)();
+        });
+        action->setObjectName(QStringLiteral("action_tool_") + name);
     };
-    tools->addAction(tr("Cut"), this, openTool(&DataSetViewer::onClickedTool_Cut));
-    tools->addAction(tr("Measure"), this, openTool(&DataSetViewer::onClickedTool_Measure));
+    addTool(QStringLiteral("cut"), tr("Cut"), &DataSetViewer::onClickedTool_Cut);
+    addTool(QStringLiteral("measure"), tr("Measure"), &DataSetViewer::onClickedTool_Measure);
+    addTool(QStringLiteral("section"), tr("Section"), &DataSetViewer::onClickedTool_Section);
+    addTool(QStringLiteral("volume"), tr("Volume"), &DataSetViewer::onClickedTool_Volumn);
+}
+
+bool StudioMainWindow::openTool(const QString& name)
+{
+    QAction* action = findChild<QAction*>(QStringLiteral("action_tool_") + name);
+    if (!action) return false;
+    action->trigger();
+    return true;
 }
 
 void StudioMainWindow::onUndo()

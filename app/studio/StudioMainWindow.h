@@ -27,6 +27,10 @@ public:
     bool openProject(const QString& folder, QString* error);
     void closeProject();
 
+    // Opens the Tools menu's panel of that name (as the action's object
+    // name ends) for the shown dataset; false for an unknown name.
+    bool openTool(const QString& name);
+
     // Shows the window, waits until the shown dataset has loaded what the
     // camera wants (or a timeout) and saves a picture of the whole window.
     bool saveScreenshot(const QString& filePath, QString* error);

@@ -23,6 +23,10 @@ int main(int argc, char* argv[])
                                         QStringLiteral("Save a picture of the window to <png> and exit."),
                                         QStringLiteral("png"));
     parser.addOption(screenshot);
+    const QCommandLineOption tool(QStringLiteral("tool"),
+                                  QStringLiteral("Open a tool panel (section, volume) on the shown dataset."),
+                                  QStringLiteral("name"));
+    parser.addOption(tool);
     parser.process(app);
     const QStringList positional = parser.positionalArguments();
     if (positional.size() > 1) {
@@ -36,6 +40,13 @@ int main(int argc, char* argv[])
         if (!window.openSource(positional.first(), &error)) {
             std::fprintf(stderr, "ptcloud-studio: %s: %s\n", qPrintable(positional.first()), qPrintable(error));
             if (parser.isSet(screenshot)) return 1;
+        }
+    }
+    if (parser.isSet(tool)) {
+        window.show();
+        if (!window.openTool(parser.value(tool))) {
+            std::fprintf(stderr, "ptcloud-studio: no tool %s\n", qPrintable(parser.value(tool)));
+            return 2;
         }
     }
     if (parser.isSet(screenshot)) {

@@ -1,4 +1,4 @@
-// ptcloud run and ptcloud volume end to end on the demo scene, whose
+// ptcloud run, volume and section end to end on the demo scene, whose
 // stockpile has a known volume: what each prints, what it adopts into the
 // project, and that refusals and stops leave the project as it was.
 
@@ -136,6 +136,8 @@ private slots:
     void stockpileVolume_data();
     void stockpileVolume();
     void volumeAsText();
+    void sectionKeepsTheStrip_data();
+    void sectionKeepsTheStrip();
     void demReplacesProducts();
     void clothSplitExportsClasses();
     void sampleKeepsShare();
@@ -250,6 +252,58 @@ void TstCliRun::volumeAsText()
     QVERIFY(std::fabs(dig.captured(1).toDouble() - s.volume()) < 0.03 * s.volume());
     QVERIFY2(line("^fill: +\\d+\\.\\d\\d m³$").hasMatch(), qPrintable(out));
     QVERIFY2(line("^boundary average: +\\d+\\.\\d\\d m$").hasMatch(), qPrintable(out));
+}
+
+void TstCliRun::sectionKeepsTheStrip_data()
+{
+    QTest::addColumn<double>("angle");
+    QTest::addColumn<double>("width");
+    QTest::newRow("east over the pile, 3 m") << 0.0 << 3.0;
+    QTest::newRow("north-north-west, 0.5 m") << 112.0 << 0.5;
+}
+
+void TstCliRun::sectionKeepsTheStrip()
+{
+    QFETCH(double, angle);
+    QFETCH(double, width);
+    const PtCloud_DemoScene::Stockpile s = PtCloud_DemoScene::stockpile();
+    const double dx = std::cos(angle * M_PI / 180), dy = std::sin(angle * M_PI / 180), length = 100.0;
+    const double ax = s.x - 50 * dx, ay = s.y - 50 * dy;
+    // The classes of the points of a LAS file that lie in the strip (widened
+    // by margin), from their absolute coordinates: along the line from its
+    // start and across it.
+    auto strip = [&](const QString& las, double margin, QString* error) {
+        QMap<int, quint64> classes;
+        LasReader reader;
+        if (!reader.open(las, error)) return classes;
+        stPtCloud_PointArray chunk;
+        while (reader.readChunk(chunk, 65536, {DSC_Location, DSC_Classification}, pcVec3d(ax, ay, 0), error) > 0) {
+            const quint8* cls = chunk.columnData<quint8>(DSC_Classification);
+            for (int i = 0; i < chunk.count; ++i) {
+                const pcVec3f& p = chunk.positions[size_t(i)];
+                const double along = p.x * dx + p.y * dy, across = p.y * dx - p.x * dy;
+                if (along >= -margin && along <= length + margin && std::fabs(across) <= width / 2 + margin)
+                    ++classes[cls[i]];
+            }
+        }
+        return classes;
+    };
+    const QString out = m_tmp.filePath(QStringLiteral("section_%1.las").arg(angle));
+    ok({"section", m_plain, "demo", "--from", coordinates(ax, ay), "--to", coordinates(ax + length * dx, ay + length * dy),
+        "--width", QString::number(width), out});
+    QString error;
+    const QMap<int, quint64> kept = strip(out, 0.001, &error);
+    QVERIFY2(error.isEmpty(), qPrintable(error));
+    // Every point written lies in the strip (to the file's millimetre) with
+    // its class, and they are the source's points there, give or take those
+    // within a millimetre of an edge.
+    QCOMPARE(classesOf(out, &error), kept);
+    const QMap<int, quint64> fewest = strip(m_las, -0.001, &error), most = strip(m_las, 0.001, &error);
+    QVERIFY(!fewest.isEmpty());
+    for (auto it = most.cbegin(); it != most.cend(); ++it)
+        QVERIFY2(kept.value(it.key()) >= fewest.value(it.key()) && kept.value(it.key()) <= it.value(),
+                 qPrintable(QStringLiteral("class %1: %2 in [%3, %4]").arg(it.key()).arg(kept.value(it.key()))
+                                .arg(fewest.value(it.key())).arg(it.value())));
 }
 
 void TstCliRun::demReplacesProducts()
