@@ -49,8 +49,9 @@ public:
 
     // Resizes every per-point array to n points (new points are zero).
     void resize(int n);
-    // Appends point i of src (same columns expected; missing ones stay zero).
-    void appendPoint(const stPtCloud_PointArray& src, int i);
+    // Appends points [begin, end) of src (same columns expected; missing
+    // ones stay zero), rebased to this array's origin.
+    void appendPoints(const stPtCloud_PointArray& src, int begin, int end);
     // Keeps the points whose flag is non-zero, in order; triangles that lose a
     // vertex are dropped and the others re-indexed.
     void keepPoints(const std::vector<char>& keep);
