@@ -148,7 +148,7 @@ EEPtCloudActResult PtCloud_LongActions::loadSource(stPtCloud_PointArray* all, st
             loading.setProgressText(file.lastError());
             return PCAR_InvalidDataSet;
         }
-        for (int i = 0; i < block->count; ++i) all->appendPoint(*block, i);
+        all->appendPoints(*block, 0, block->count);
         loading.setProgress(100 * ++done / std::max(1, blocks.size()));
     }
     return PCAR_Success;

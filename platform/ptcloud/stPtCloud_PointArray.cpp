@@ -1,5 +1,6 @@
 #include "stPtCloud_PointArray.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "PtCloud_LocalFrame.h"
@@ -170,40 +171,48 @@ void stPtCloud_PointArray::resize(int n)
     count = n;
 }
 
-void stPtCloud_PointArray::appendPoint(const stPtCloud_PointArray& src, int i)
+void stPtCloud_PointArray::appendPoints(const stPtCloud_PointArray& src, int begin, int end)
 {
-    if (i < 0 || i >= src.count) return;
-    pcVec3f p = src.positions[size_t(i)];
-    if (src.origin != origin) {
-        p = pcVec3f(float(src.origin.x - origin.x + double(p.x)),
-                    float(src.origin.y - origin.y + double(p.y)),
-                    float(src.origin.z - origin.z + double(p.z)));
+    begin = std::max(begin, 0);
+    end = std::min(end, src.count);
+    if (begin >= end) return;
+    const size_t from = size_t(begin), to = size_t(end), n = to - from;
+    if (src.origin == origin) {
+        positions.insert(positions.end(), src.positions.begin() + std::ptrdiff_t(from),
+                         src.positions.begin() + std::ptrdiff_t(to));
+    } else {
+        for (size_t i = from; i < to; ++i) {
+            const pcVec3f& p = src.positions[i];
+            positions.emplace_back(float(src.origin.x - origin.x + double(p.x)),
+                                   float(src.origin.y - origin.y + double(p.y)),
+                                   float(src.origin.z - origin.z + double(p.z)));
+        }
     }
-    positions.push_back(p);
     // Exact positions go on only while every point brings its own, in one frame.
     if (src.quanta.size() == size_t(src.count) && src.quantum == quantum && src.origin == origin &&
-        quanta.size() + 1 == positions.size())
-        quanta.push_back(src.quanta[size_t(i)]);
+        quanta.size() + n == positions.size())
+        quanta.insert(quanta.end(), src.quanta.begin() + std::ptrdiff_t(from), src.quanta.begin() + std::ptrdiff_t(to));
     else
         quanta.clear();
     if (hasColumn(DSC_Color)) {
         m_hasColor = true;
-        colors.push_back(src.colors.empty() ? pcVec4f() : src.colors[size_t(i)]);
+        if (src.colors.empty()) colors.resize(colors.size() + n);
+        else colors.insert(colors.end(), src.colors.begin() + std::ptrdiff_t(from), src.colors.begin() + std::ptrdiff_t(to));
     }
     if (hasColumn(DSC_Normal)) {
         m_hasNormal = true;
-        normals.push_back(src.normals.empty() ? pcVec3f() : src.normals[size_t(i)]);
+        if (src.normals.empty()) normals.resize(normals.size() + n);
+        else normals.insert(normals.end(), src.normals.begin() + std::ptrdiff_t(from), src.normals.begin() + std::ptrdiff_t(to));
     }
     for (auto& col : columns) {
         const size_t width = size_t(columnValueBytes(col.first));
-        const uint8_t* from = src.columnData<uint8_t>(col.first);
-        if (from)
-            col.second.insert(col.second.end(), from + size_t(i) * width,
-                              from + size_t(i + 1) * width);
+        const uint8_t* data = src.columnData<uint8_t>(col.first);
+        if (data)
+            col.second.insert(col.second.end(), data + from * width, data + to * width);
         else
-            col.second.resize(col.second.size() + width, 0);
+            col.second.resize(col.second.size() + n * width, 0);
     }
-    ++count;
+    count += int(n);
 }
 
 void stPtCloud_PointArray::keepPoints(const std::vector<char>& keep)

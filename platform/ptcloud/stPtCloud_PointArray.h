@@ -25,7 +25,7 @@ public:
     std::vector<pcVec3f> positions;   // relative to origin
     // The exact positions, in whole quanta from origin, where the reader was
     // asked for them (PtCloud_DataSetFile::setExactPositions); else empty.
-    // Kept in step by resize, appendPoint and keepPoints.
+    // Kept in step by resize, appendPoints and keepPoints.
     std::vector<pcVec3q> quanta;
     pcVec3d quantum;
     std::vector<pcVec4f> colors;      // RGBA in 0..1; empty when the data has no Color column
@@ -54,8 +54,9 @@ public:
 
     // Resizes every per-point array to n points (new points are zero).
     void resize(int n);
-    // Appends point i of src (same columns expected; missing ones stay zero).
-    void appendPoint(const stPtCloud_PointArray& src, int i);
+    // Appends points [begin, end) of src (same columns expected; missing
+    // ones stay zero), rebased to this array's origin.
+    void appendPoints(const stPtCloud_PointArray& src, int begin, int end);
     // Keeps the points whose flag is non-zero, in order; triangles that lose a
     // vertex are dropped and the others re-indexed.
     void keepPoints(const std::vector<char>& keep);

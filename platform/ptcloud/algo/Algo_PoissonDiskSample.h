@@ -39,7 +39,7 @@ class ILongLiveActionProgress;
 //
 // Cost: per round a radix sort of the points by cell and a visit of every
 // cell's neighbours (at most 117 cells), O(n) on all cores; 5 to 8 rounds,
-// about half a second of one core per million points each. Memory about 60
+// about half a second of one core per million points each. Memory about 70
 // bytes per point.
 class Algo_PoissonDiskSample {
 public:

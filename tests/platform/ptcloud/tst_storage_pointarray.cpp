@@ -236,7 +236,7 @@ void TestStoragePointArray::appendRebasesToOwnOrigin()
     dst.origin = pcVec3d(500000.0, 4000000.0, 0.0);
     dst.addColumn(DSC_Intensity);
     dst.addColumn(DSC_ScanAngleRank);  // absent from src: stays zero
-    dst.appendPoint(src, 7);           // (1, 1, 1)
+    dst.appendPoints(src, 7, 8);       // (1, 1, 1)
     QCOMPARE(dst.count, 1);
     QCOMPARE(dst.positions[0], pcVec3f(1.25f, 1.5f, 101.f));
     QCOMPARE(dst.columnData<quint16>(DSC_Intensity)[0], quint16(1 + 100 + 10000));
@@ -254,7 +254,7 @@ void TestStoragePointArray::emptyArrayKeepsItsColumns()
     QCOMPARE(a.columnList(), (QList<EDataSetColumn>{DSC_Location, DSC_Normal, DSC_Color, DSC_UserData}));
     const stPtCloud_PointArray src = makeGrid(2);
     a.origin = src.origin;
-    a.appendPoint(src, 1);
+    a.appendPoints(src, 1, 2);
     QCOMPARE(a.colors.size(), size_t(1));
     QCOMPARE(a.normals.size(), size_t(1));
     QCOMPARE(a.computeBounds().min, pcVec3f(1.f, 0.f, 0.f));
