@@ -24,7 +24,7 @@ private:
 
 namespace {
 
-enum Damage { Truncated, WrongSignature, CountBeyondFile, ZeroScale, ShortRecord, Compressed };
+enum Damage { Truncated, WrongSignature, CountBeyondFile, ZeroScale, HugeScale, HugeOffset, ShortRecord, Compressed };
 
 // simple.las: LAS 1.2, point format 3 (34-byte records), 1065 points from byte 227.
 QByteArray damaged(Damage damage)
@@ -38,6 +38,8 @@ QByteArray damaged(Damage damage)
     case WrongSignature: data.replace(0, 4, "LASG"); break;
     case CountBeyondFile: patch(107, quint32(5000)); break;
     case ZeroScale: patch(131, 0.0); break;
+    case HugeScale: patch(131, 1e300); break;
+    case HugeOffset: patch(171, -1.5e117); break;
     case ShortRecord: patch(105, quint16(30)); break;
     case Compressed: data.truncate(9000); break;
     }
@@ -68,6 +70,8 @@ void TstCliBroken::leavesProjectUnchanged_data()
     QTest::newRow("wrong signature") << int(WrongSignature) << "signature.las" << "signature";
     QTest::newRow("point count beyond the file") << int(CountBeyondFile) << "count.las" << "of the 5000";
     QTest::newRow("zero scale") << int(ZeroScale) << "scale.las" << "scale";
+    QTest::newRow("X scale overflowing") << int(HugeScale) << "huge.las" << "X scale 1e+300";
+    QTest::newRow("Z offset overflowing") << int(HugeOffset) << "far.las" << "Z scale";
     QTest::newRow("record length below the format") << int(ShortRecord) << "record.las" << "record length 30";
     QTest::newRow("truncated laz") << int(Compressed) << "simple.laz" << "LAZ chunk table";
 }

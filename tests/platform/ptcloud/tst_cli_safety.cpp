@@ -9,7 +9,6 @@
 #include <QLockFile>
 #include <QProcess>
 #include <QTemporaryDir>
-#include <QThread>
 #include <QtTest>
 #include <cerrno>
 #include <csignal>
@@ -85,16 +84,11 @@ void TstCliSafety::initTestCase()
     for (const char* copy : {"simple.las", "a.las", "b.las"})
         QVERIFY(QFile::copy(lasTestData::path("las/simple.las"), m_tmp.filePath(copy)));
     m_template = m_tmp.filePath("template");
+    m_demo = m_tmp.filePath("demo");  // runs long enough to be interrupted half-way
     for (const QStringList& step :
          {QStringList{"import", m_tmp.filePath("simple.las"), "--project", m_template},
-          QStringList{"run", m_template, "simple", "--func", "3", "--params", "[64, 5]"}}) {
-        const TstCliRunner::Result r = TstCliRunner::run(step);
-        QVERIFY2(r.ok(), r.describe());
-    }
-    // Long enough a run to be interrupted half-way.
-    m_demo = m_tmp.filePath("demo");
-    for (const QStringList& step :
-         {QStringList{"demo", m_tmp.filePath("demo.las"), "--points", "400000"},
+          QStringList{"run", m_template, "simple", "--func", "3", "--params", "[64, 5]"},
+          QStringList{"demo", m_tmp.filePath("demo.las"), "--points", "400000"},
           QStringList{"import", m_tmp.filePath("demo.las"), "--project", m_demo},
           QStringList{"run", m_demo, "demo", "--func", "3", "--params", "[64, 5]"}}) {
         const TstCliRunner::Result r = TstCliRunner::run(step);
@@ -107,13 +101,19 @@ void TstCliSafety::escapingPathsAreRefused_data()
     QTest::addColumn<QString>("folder");         // dataset x's folder in project.json ("" keeps the manifest)
     QTest::addColumn<QString>("meshPath");       // a mesh of dataset simple in its dataset.json
     QTest::addColumn<QStringList>("command");
+    QTest::addColumn<QString>("reason");
     const QStringList removeX{"dataset", "remove", "P", "x"};
-    QTest::newRow("parent folder") << "../victim" << "" << removeX;
-    QTest::newRow("climbing out of datasets") << "datasets/../../victim" << "" << removeX;
-    QTest::newRow("absolute") << "VICTIM" << "" << removeX;
-    QTest::newRow("symbolic link out") << "datasets/link" << "" << removeX;
+    QTest::newRow("parent folder") << "../victim" << "" << removeX << "is not inside";
+    QTest::newRow("climbing out of datasets") << "datasets/../../victim" << "" << removeX << "is not inside";
+    QTest::newRow("absolute") << "VICTIM" << "" << removeX << "is not inside";
+    QTest::newRow("symbolic link out") << "datasets/link" << "" << removeX << "is not inside";
     QTest::newRow("content outside its dataset") << "" << "../../../victim/keep.pcb"
-                                                 << QStringList{"dataset", "copy", "P", "simple", "copied"};
+                                                 << QStringList{"dataset", "copy", "P", "simple", "copied"}
+                                                 << "leads outside";
+    // An unreadable dataset manifest is never written over: it would forget the contents.
+    QTest::newRow("truncated dataset manifest") << "" << "TRUNCATE"
+                                                << QStringList{"run", "P", "simple", "--func", "101", "--params", "[5, 3]"}
+                                                << "until repaired";
 }
 
 void TstCliSafety::escapingPathsAreRefused()
@@ -121,6 +121,7 @@ void TstCliSafety::escapingPathsAreRefused()
     QFETCH(QString, folder);
     QFETCH(QString, meshPath);
     QFETCH(QStringList, command);
+    QFETCH(QString, reason);
     const QString row = m_tmp.filePath(QString::number(qHash(QTest::currentDataTag())));
     QVERIFY(QDir().mkpath(row + "/victim"));
     const QString project = row + "/project", canary = row + "/victim/keep.pcb";
@@ -140,12 +141,16 @@ void TstCliSafety::escapingPathsAreRefused()
     };
     if (!folder.isEmpty())
         QVERIFY(edit(project + "/project.json", "datasets", "x", folder == "VICTIM" ? row + "/victim" : folder));
-    if (!meshPath.isEmpty()) QVERIFY(edit(project + "/datasets/simple/dataset.json", "meshes", "m", meshPath));
+    if (meshPath == "TRUNCATE")
+        QVERIFY(QFile::resize(project + "/datasets/simple/dataset.json", 20));
+    else if (!meshPath.isEmpty())
+        QVERIFY(edit(project + "/datasets/simple/dataset.json", "meshes", "m", meshPath));
 
+    const QMap<QString, QByteArray> before = state(project);
     const TstCliRunner::Result r = TstCliRunner::run(withProject(command, project));
-    QVERIFY2(!r.ok() && r.errLine().contains(folder.isEmpty() ? "leads outside" : "is not inside"), r.describe());
+    QVERIFY2(!r.ok() && r.errLine().contains(reason), r.describe());
     QVERIFY(QFileInfo::exists(canary));
-    QVERIFY(QFileInfo::exists(project + "/datasets/simple/points.pcb"));
+    QCOMPARE(state(project), before);
 }
 
 void TstCliSafety::failedWritesChangeNothing_data()
