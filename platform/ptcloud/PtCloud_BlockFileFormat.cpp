@@ -314,6 +314,24 @@ bool PtCloud_BlockFileFormat::decodeIndex(const QByteArray& bytes,
     return true;
 }
 
+void PtCloud_BlockFileFormat::decodeNarrow(const void* offsets, size_t n, const pcVec3q& corner,
+                                           const pcVec3d& quantum, void* into)
+{
+    constexpr std::int64_t kHalf = std::int64_t(1) << 31;
+    const double step[3] = {quantum.x, quantum.y, quantum.z};
+    const double base[3] = {double(corner.x + kHalf) * step[0], double(corner.y + kHalf) * step[1],
+                            double(corner.z + kHalf) * step[2]};
+    const char* from = static_cast<const char*>(offsets);
+    char* to = static_cast<char*>(into);
+    for (size_t i = 0; i < n; ++i)
+        for (int a = 0; a < 3; ++a) {
+            quint32 u;
+            std::memcpy(&u, from + 4 * (3 * i + size_t(a)), 4);
+            const float f = float(base[a] + double(qint32(u ^ 0x80000000u)) * step[a]);
+            std::memcpy(to + 4 * (3 * i + size_t(a)), &f, 4);
+        }
+}
+
 void PtCloud_BlockFileFormat::encodeColors(const pcVec4f* colors, size_t n, quint16* out)
 {
     auto channel = [](float v) {

@@ -78,12 +78,19 @@ public:
     static quint32 checksum(const char* data, size_t n);
 
     // The single-precision position relative to the origin of one in quanta:
-    // what readers hand out, and what boxes and block cuts are made of.
+    // what readers hand out for wide blocks, and what block cuts are made of.
     static pcVec3f floatOf(const pcVec3q& v, const pcVec3d& quantum)
     {
         return pcVec3f(float(double(v.x) * quantum.x), float(double(v.y) * quantum.y),
                        float(double(v.z) * quantum.z));
     }
+    // What readers hand out for the 32-bit offsets of a narrow block (three
+    // a point) from its corner, and what its box is made of: the offset
+    // taken as a signed number from the corner plus 2^31 quanta, which
+    // converts and scales in a few cheap instructions. Within a float's
+    // rounding of floatOf. `into` may be `offsets` itself, read in place.
+    static void decodeNarrow(const void* offsets, size_t n, const pcVec3q& corner, const pcVec3d& quantum,
+                             void* into);
 
     // Colours travel as three 16-bit channels; alpha is not stored.
     static void encodeColors(const pcVec4f* colors, size_t n, quint16* out);

@@ -194,7 +194,6 @@ bool PtCloud_BlockFileWriter::writeQuanta(const pcVec3q* quanta, size_t n, Entry
         lo = pcVec3q(std::min(lo.x, q.x), std::min(lo.y, q.y), std::min(lo.z, q.z));
         hi = pcVec3q(std::max(hi.x, q.x), std::max(hi.y, q.y), std::max(hi.z, q.z));
     }
-    for (size_t i = 0; i < n; ++i) e->box.expandBy(Format::floatOf(quanta[i], m_header.quantum));
     e->corner = lo;
     // Spans are compared unsigned: a difference of extreme values wraps.
     const quint64 narrow = 0xFFFFFFFFull;
@@ -207,6 +206,7 @@ bool PtCloud_BlockFileWriter::writeQuanta(const pcVec3q* quanta, size_t n, Entry
             out[3 * i] = quint64(quanta[i].x) - quint64(lo.x);
             out[3 * i + 1] = quint64(quanta[i].y) - quint64(lo.y);
             out[3 * i + 2] = quint64(quanta[i].z) - quint64(lo.z);
+            e->box.expandBy(Format::floatOf(quanta[i], m_header.quantum));
         }
     } else {
         m_scratch.resize(n * 3 * sizeof(quint32));
@@ -216,6 +216,10 @@ bool PtCloud_BlockFileWriter::writeQuanta(const pcVec3q* quanta, size_t n, Entry
             out[3 * i + 1] = quint32(quanta[i].y - lo.y);
             out[3 * i + 2] = quint32(quanta[i].z - lo.z);
         }
+        // The box of the floats readers will make of these.
+        m_moved.resize(n);
+        Format::decodeNarrow(out, n, lo, m_header.quantum, m_moved.data());
+        for (const pcVec3f& p : m_moved) e->box.expandBy(p);
     }
     return writeRaw(m_scratch.data(), qint64(m_scratch.size()), error);
 }

@@ -1,6 +1,7 @@
 #include "PtCloud_DataSetFile.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace ptCloud {
 
@@ -140,34 +141,31 @@ bool PtCloud_DataSetFile::readExact(void* into, quint64 bytes, int id)
     return true;
 }
 
-namespace {
-// Quanta from the block's corner to floats from the origin, and to quanta
-// from the origin when asked.
-template <class Offset>
-void decodeQuanta(const Offset* from, size_t n, const pcVec3q& corner, const pcVec3d& quantum, pcVec3f* floats,
-                  pcVec3q* quanta)
-{
-    for (size_t i = 0; i < n; ++i) {
-        const pcVec3q q(corner.x + std::int64_t(from[3 * i]), corner.y + std::int64_t(from[3 * i + 1]),
-                        corner.z + std::int64_t(from[3 * i + 2]));
-        floats[i] = Format::floatOf(q, quantum);
-        if (quanta) quanta[i] = q;
-    }
-}
-}  // namespace
-
 bool PtCloud_DataSetFile::readQuanta(const BlockEntry& e, stPtCloud_PointArray& out)
 {
     const size_t n = e.count;
-    m_positionScratch.resize(n * 3 * (e.wide ? sizeof(quint64) : sizeof(quint32)));
-    if (!readExact(m_positionScratch.data(), m_positionScratch.size(), e.id)) return false;
-    pcVec3q* quanta = out.quanta.empty() ? nullptr : out.quanta.data();
-    if (e.wide)
-        decodeQuanta(reinterpret_cast<const quint64*>(m_positionScratch.data()), n, e.corner, m_header.quantum,
-                     out.positions.data(), quanta);
-    else
-        decodeQuanta(reinterpret_cast<const quint32*>(m_positionScratch.data()), n, e.corner, m_header.quantum,
-                     out.positions.data(), quanta);
+    const pcVec3q& c = e.corner;
+    if (e.wide) {
+        m_positionScratch.resize(n * 3 * sizeof(quint64));
+        if (!readExact(m_positionScratch.data(), m_positionScratch.size(), e.id)) return false;
+        const quint64* from = reinterpret_cast<const quint64*>(m_positionScratch.data());
+        for (size_t i = 0; i < n; ++i) {
+            const pcVec3q q(c.x + std::int64_t(from[3 * i]), c.y + std::int64_t(from[3 * i + 1]),
+                            c.z + std::int64_t(from[3 * i + 2]));
+            out.positions[i] = Format::floatOf(q, m_header.quantum);
+            if (!out.quanta.empty()) out.quanta[i] = q;
+        }
+        return true;
+    }
+    // Narrow offsets take the room of the floats they become: read and turned in place.
+    char* raw = reinterpret_cast<char*>(out.positions.data());
+    if (!readExact(raw, n * sizeof(pcVec3f), e.id)) return false;
+    for (size_t i = 0; i < out.quanta.size(); ++i) {
+        quint32 u[3];
+        std::memcpy(u, raw + i * sizeof u, sizeof u);
+        out.quanta[i] = pcVec3q(c.x + u[0], c.y + u[1], c.z + u[2]);
+    }
+    Format::decodeNarrow(raw, n, c, m_header.quantum, raw);
     return true;
 }
 
