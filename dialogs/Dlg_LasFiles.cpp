@@ -165,8 +165,10 @@ void Dlg_LasFiles::onCurrentLasFileChanged()
         lines << QCoreApplication::translate("las_files_dialog", "LAS %1.%2, point format %3")
                      .arg(h.versionMajor)
                      .arg(h.versionMinor)
-                     .arg(h.pointFormat)
-              << QCoreApplication::translate("las_files_dialog", "points: %1").arg(QLocale().toString(h.pointCount))
+                     .arg(h.pointFormat);
+        if (!h.compression.isEmpty())
+            lines << QCoreApplication::translate("las_files_dialog", "compressed: %1").arg(h.compression);
+        lines << QCoreApplication::translate("las_files_dialog", "points: %1").arg(QLocale().toString(h.pointCount))
               << QCoreApplication::translate("las_files_dialog", "min: %1").arg(corner(h.headerMin))
               << QCoreApplication::translate("las_files_dialog", "max: %1").arg(corner(h.headerMax))
               << QCoreApplication::translate("las_files_dialog", "columns: %1").arg(columns.join(QStringLiteral(", ")));

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs, builds and starts the studio.
-#   scripts/run.sh [file.las|project-dir] [--screenshot out.png]
+#   scripts/run.sh [file.las|file.laz|project-dir] [--screenshot out.png]
 # With no file it opens a generated demo scene. With no DISPLAY it runs under
 # xvfb-run; --screenshot saves the window and exits.
 set -euo pipefail

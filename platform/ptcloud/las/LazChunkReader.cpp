@@ -3,6 +3,7 @@
 #include <QtEndian>
 #include <algorithm>
 #include <cstring>
+#include <thread>
 
 #include "LazDecoder.h"
 #include "LazIntegerModel.h"
@@ -15,15 +16,14 @@ const quint64 kMaxChunkBytes = quint64(256) << 20;
 
 LazChunkReader::LazChunkReader() = default;
 
-LazChunkReader::~LazChunkReader() {
-    if (m_pending.valid()) m_pending.wait();
-}
+LazChunkReader::~LazChunkReader() { rewind(); }
 
 bool LazChunkReader::open(const QString& path, const LazFormat& format, int recordLength, quint64 pointData,
                           quint64 pointCount, QString* why) {
     m_format = format;
     m_recordLength = recordLength;
     m_codec.reset(new LazChunkCodec(format, recordLength));
+    m_ahead = int(std::min(4u, std::max(1u, std::thread::hardware_concurrency())));
     m_file.setFileName(path);
     if (!m_file.open(QIODevice::ReadOnly)) {
         *why = QStringLiteral("cannot open %1: %2").arg(path, m_file.errorString());
@@ -119,7 +119,9 @@ std::future<LazChunkReader::Decoded> LazChunkReader::launch(int i) {
     QString why;
     if (!load(i, &bytes, &why)) {
         std::promise<Decoded> failed;
-        failed.set_value(Decoded{{}, why});
+        Decoded d;
+        d.error = why;
+        failed.set_value(std::move(d));
         return failed.get_future();
     }
     const LazChunkCodec* codec = m_codec.get();
@@ -128,10 +130,11 @@ std::future<LazChunkReader::Decoded> LazChunkReader::launch(int i) {
     const QString name = QStringLiteral("LAZ chunk %1 of %2").arg(i + 1).arg(m_chunks.size());
     return std::async(std::launch::async, [codec, bytes, points, recordBytes, name]() {
         Decoded out;
-        out.records.resize(recordBytes);
+        out.records.reset(new uint8_t[recordBytes]);
+        out.size = recordBytes;
         QString why;
         if (!codec->decode(reinterpret_cast<const uint8_t*>(bytes.constData()), size_t(bytes.size()), points, points,
-                           out.records.data(), &why))
+                           out.records.get(), &why))
             out.error = name + QStringLiteral(": ") + why;
         return out;
     });
@@ -142,25 +145,26 @@ bool LazChunkReader::advance(QString* why) {
         *why = QStringLiteral("LAZ file has no more points");
         return false;
     }
-    if (!m_pending.valid()) m_pending = launch(m_next);
-    Decoded d = m_pending.get();
+    while (int(m_pending.size()) < m_ahead && m_launched < int(m_chunks.size())) m_pending.push_back(launch(m_launched++));
+    m_current = m_pending.front().get();
+    m_pending.pop_front();
     ++m_next;
-    if (!d.error.isEmpty()) {
-        *why = d.error;
+    m_at = 0;
+    if (!m_current.error.isEmpty()) {
+        *why = m_current.error;
         return false;
     }
-    m_records.swap(d.records);
-    m_at = 0;
-    if (m_next < int(m_chunks.size())) m_pending = launch(m_next);
+    // The next chunk starts decoding while this one is handed out.
+    if (m_launched < int(m_chunks.size())) m_pending.push_back(launch(m_launched++));
     return true;
 }
 
 bool LazChunkReader::read(char* dst, quint64 k, QString* why) {
     quint64 bytes = k * quint64(m_recordLength);
     while (bytes > 0) {
-        if (m_at == m_records.size() && !advance(why)) return false;
-        const size_t n = size_t(std::min<quint64>(bytes, m_records.size() - m_at));
-        std::memcpy(dst, m_records.data() + m_at, n);
+        if (m_at == m_current.size && !advance(why)) return false;
+        const size_t n = size_t(std::min<quint64>(bytes, m_current.size - m_at));
+        std::memcpy(dst, m_current.records.get() + m_at, n);
         m_at += n;
         dst += n;
         bytes -= n;
@@ -169,9 +173,10 @@ bool LazChunkReader::read(char* dst, quint64 k, QString* why) {
 }
 
 void LazChunkReader::rewind() {
-    if (m_pending.valid()) m_pending.get();
-    m_next = 0;
-    m_records.clear();
+    for (std::future<Decoded>& f : m_pending) f.wait();
+    m_pending.clear();
+    m_next = m_launched = 0;
+    m_current = Decoded();
     m_at = 0;
 }
 

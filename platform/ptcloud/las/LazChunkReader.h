@@ -2,6 +2,7 @@
 
 #include <QFile>
 #include <QString>
+#include <deque>
 #include <future>
 #include <memory>
 #include <vector>
@@ -13,8 +14,9 @@ namespace ptCloud {
 
 // The compressed points of a LAZ file as a stream of LAS records: reads the
 // chunk table, checks it against the file and the header, then hands out
-// records chunk after chunk while the next chunk decodes on another thread.
-// Memory holds two chunks (a chunk may not decode to more than 256 MiB).
+// records chunk after chunk while the next chunks decode on other threads
+// (one per core). Memory holds a chunk per core and one more (a chunk may not
+// decode to more than 256 MiB).
 class LazChunkReader {
 public:
     LazChunkReader();
@@ -39,7 +41,8 @@ private:
         quint32 points = 0;
     };
     struct Decoded {
-        std::vector<uint8_t> records;
+        std::unique_ptr<uint8_t[]> records;
+        size_t size = 0;
         QString error;
     };
     bool readTable(quint64 pointData, quint64 pointCount, QString* why);
@@ -52,9 +55,11 @@ private:
     std::unique_ptr<LazChunkCodec> m_codec;
     int m_recordLength = 0;
     std::vector<Chunk> m_chunks;
-    int m_next = 0;  // chunk that advance() takes next
-    std::future<Decoded> m_pending;
-    std::vector<uint8_t> m_records;
+    int m_next = 0;      // chunk that advance() takes next
+    int m_launched = 0;  // chunks handed to decoding threads
+    int m_ahead = 1;     // chunks decoded ahead at once
+    std::deque<std::future<Decoded>> m_pending;
+    Decoded m_current;
     size_t m_at = 0;
 };
 
