@@ -70,6 +70,7 @@ struct PtCloudDataSet::Impl {
     std::unique_ptr<QImage> demHeightMap;
     std::unique_ptr<PtCloud_ContourFile> demContour;
     std::unique_ptr<VolumeCalcAreaList> earthVolume;
+    QJsonObject display;
 
     ~Impl()
     {
@@ -94,6 +95,7 @@ bool PtCloudDataSet::load(QString* error)
     if (!QFileInfo::exists(path)) return true;  // a dataset with nothing but its points
     QJsonObject o;
     if (!PtCloud_JsonFile::read(path, &o, error)) return false;
+    d->display = o.value("display").toObject();
     filesFromJson(o.value("meshes").toObject(), d->folder, d->meshes);
     filesFromJson(o.value("splits").toObject(), d->folder, d->splits);
     filesFromJson(o.value("cuts").toObject(), d->folder, d->cuts);
@@ -135,6 +137,7 @@ bool PtCloudDataSet::save(QString* error) const
     dem.insert("classify", bool(d->demClassify));
     o.insert("dem", dem);
     o.insert("earthVolume", bool(d->earthVolume));
+    if (!d->display.isEmpty()) o.insert("display", d->display);
     return PtCloud_JsonFile::write(d->folder.filePath(kManifest), o, error);
 }
 
@@ -147,6 +150,15 @@ void saveOrWarn(const PtCloudDataSet* ds)
     if (!ds->save(&err)) qWarning("dataset %s: %s", qPrintable(ds->getName()), qPrintable(err));
 }
 }  // namespace
+
+QJsonObject PtCloudDataSet::getDisplaySettings() const { return d->display; }
+
+bool PtCloudDataSet::setDisplaySettings(const QJsonObject& settings, QString* error)
+{
+    if (settings == d->display) return true;
+    d->display = settings;
+    return save(error);
+}
 
 // ---- points
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QImage>
+#include <QJsonObject>
 #include <QMap>
 #include <QObject>
 #include <QString>
@@ -30,6 +31,12 @@ public:
     bool load(QString* error);
     // Writes the manifest atomically.
     bool save(QString* error) const;
+
+    // How the editor last showed the dataset (colouring, hidden contents):
+    // kept in the manifest for the editor, not read by the data model.
+    QJsonObject getDisplaySettings() const;
+    // Saves at once; false (with a reason) when the manifest cannot be written.
+    bool setDisplaySettings(const QJsonObject& settings, QString* error);
 
     // Points
     PtCloud_DataSetFile* getContent_PointDataSetFile() const;
