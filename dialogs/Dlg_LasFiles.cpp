@@ -106,9 +106,12 @@ void Dlg_LasFiles::onButtonClicked_AddLasFile()
     param.filepath = path;
     QString key;
     if (m_controller->doCmd_LasFile_Import(param, &key) != PCAR_Success) {
-        QMessageBox::critical(this, QCoreApplication::translate("las_files_dialog", "error"),
-                              QCoreApplication::translate("las_files_dialog", "Import las file failed."),
-                              QMessageBox::Ok);
+        // The fixed text stays what it is; the reason goes under it.
+        QMessageBox box(QMessageBox::Critical, QCoreApplication::translate("las_files_dialog", "error"),
+                        QCoreApplication::translate("las_files_dialog", "Import las file failed."),
+                        QMessageBox::Ok, this);
+        box.setInformativeText(QStringLiteral("%1: %2").arg(path, key));
+        box.exec();
         return;
     }
     notifyOwner();

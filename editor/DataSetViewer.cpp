@@ -442,6 +442,14 @@ void DataSetViewer::rebuildBranch(PtCloudScene::EContentKind kind)
     case Branch_Peacees: fillNamedBranch(PtCloudScene::Content_Cut, ds->getContent_Cuts()); break;
     }
     top->setExpanded(true);
+    // The page shown may count what just changed; a content that is gone
+    // leaves the dataset's page.
+    const bool gone = !m_shownPage.name.isEmpty() && !m_shownPage.group &&
+                      !m_scene->hasContentItem(m_shownPage.kind, m_shownPage.name);
+    if (gone)
+        showProperties(PtCloudScene::Content_Points, QString(), true);
+    else
+        showProperties(m_shownPage.kind, m_shownPage.name, m_shownPage.group);
 }
 
 void DataSetViewer::fillNamedBranch(PtCloudScene::EContentKind kind,
@@ -523,6 +531,7 @@ QString DataSetViewer::pointFileProperties(PtCloudScene::EContentKind kind, cons
 
 void DataSetViewer::showProperties(PtCloudScene::EContentKind kind, const QString& name, bool group)
 {
+    m_shownPage = {kind, name, group};
     PtCloudDataSet* ds = dataSet();
     const EPage page = group || !ds ? Page_DataSet : pageOf(kind);
     QString html;

@@ -128,4 +128,10 @@ private:
     // Page text of point files by path, size and time: reading every block
     // of a large split takes seconds.
     QHash<QString, QString> m_propertiesCache;
+    // What the properties page shows, to show it afresh after a change.
+    struct ShownPage {
+        PtCloudScene::EContentKind kind = PtCloudScene::Content_Points;
+        QString name;
+        bool group = true;
+    } m_shownPage;
 };

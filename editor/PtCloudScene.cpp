@@ -1,6 +1,8 @@
 #include "PtCloudScene.h"
 
 #include <QEvent>
+#include <QJsonArray>
+#include <QJsonObject>
 
 #include <osg/BoundingSphere>
 #include <osg/Depth>
@@ -34,6 +36,16 @@ namespace {
 // the loaders are asked for finished blocks during a pause.
 constexpr int kLongestLoadingPauseMs = 500;
 constexpr int kLoadingPollMs = 10;
+
+// Keys of the dataset's display settings.
+const QString kColoringKey = QStringLiteral("coloring");
+const QString kHiddenKey = QStringLiteral("hidden");
+
+// A content in the hidden list: "kind/name".
+QString contentKey(PtCloudScene::EContentKind kind, const QString& name)
+{
+    return QStringLiteral("%1/%2").arg(int(kind)).arg(name);
+}
 
 // Shows or hides an item of any graph item class; false when there is none.
 template <class Item>
@@ -94,11 +106,45 @@ void PtCloudScene::placeDataSetViewer()
     m_dataSetViewer->move(x, y);
 }
 
+QRect PtCloudScene::freeViewArea() const
+{
+    const QRect view = m_view->rect();
+    if (!m_dataSetViewer || m_dataSetViewer->isHidden()) return view;
+    const QRect panel = m_dataSetViewer->geometry().intersected(view);
+    if (panel.isEmpty()) return view;
+    const QRect sides[] = {
+        QRect(QPoint(panel.right() + 1, 0), view.bottomRight()),
+        QRect(QPoint(0, panel.bottom() + 1), view.bottomRight()),
+        QRect(view.topLeft(), QPoint(panel.left() - 1, view.bottom())),
+        QRect(view.topLeft(), QPoint(view.right(), panel.top() - 1)),
+    };
+    QRect best;
+    for (const QRect& side : sides)
+        if (std::min(side.width(), side.height()) > std::min(best.width(), best.height())) best = side;
+    return best.isEmpty() ? view : best;
+}
+
+void PtCloudScene::fitView(const osg::Quat& rotation) { m_view->fitView(rotation, freeViewArea()); }
+
+void PtCloudScene::viewHome() { fitView(osg::Quat(osg::DegreesToRadians(50.0), osg::X_AXIS)); }
+
+quint64 PtCloudScene::drawnPointCount() const
+{
+    quint64 drawn = 0;
+    forEachPointItem([&drawn](OsgGraphItem_PcDataSet* item) {
+        if (item->isVisible()) drawn += item->drawnPointCount();
+    });
+    return drawn;
+}
+
 bool PtCloudScene::eventFilter(QObject* watched, QEvent* event)
 {
     if (watched == m_view && event->type() == QEvent::Show && !m_viewShown) {
         m_viewShown = true;
         placeDataSetViewer();
+        // A dataset shown before the view had its final size was framed
+        // for another one.
+        if (m_pointsItem) viewHome();
     }
     return QObject::eventFilter(watched, event);
 }
@@ -159,9 +205,7 @@ void PtCloudScene::showDataSet(const QString& name)
         const osg::BoundingBox bounds = m_pointsItem->dataBounds();
         if (bounds.valid()) {
             m_view->setHomeBound(osg::BoundingSphere(bounds));
-            // A survey reads best from above at an angle: a level view of a
-            // wide, flat site shows a thin strip.
-            m_view->EnterFaceViewManipulate(osg::Quat(osg::DegreesToRadians(50.0), osg::X_AXIS));
+            viewHome();
         }
     }
     if (const QMap<QString, PtCloud_DataSetFile*>* meshes = ds->getContent_Meshs())
@@ -175,6 +219,7 @@ void PtCloudScene::showDataSet(const QString& name)
         if (!areas->isEmpty()) onDataSetContentAdded_EarthVolume(name);
     if (const QMap<QString, PtCloud_DataSetFile*>* cuts = ds->getContent_Cuts())
         for (const QString& cut : cuts->keys()) onDataSetContentAdded_Cut(name, cut);
+    restoreDisplaySettings();
     m_dataSetViewer->setDataSetName(name);
 }
 
@@ -327,8 +372,50 @@ bool PtCloudScene::setContentVisible(EContentKind kind, const QString& name, boo
         break;
     default: done = setItemVisible(pointItem(kind, name), visible); break;
     }
-    if (done) m_view->requestRedraw();
-    return done;
+    if (!done) return false;
+    m_view->requestRedraw();
+    PtCloudDataSet* ds = currentDataSet();
+    QJsonArray hidden = ds ? ds->getDisplaySettings().value(kHiddenKey).toArray() : QJsonArray();
+    const QString key = contentKey(kind, name);
+    for (int i = hidden.size() - 1; i >= 0; --i)
+        if (hidden.at(i).toString() == key) hidden.removeAt(i);
+    if (!visible) hidden.append(key);
+    storeDisplaySetting(kHiddenKey, hidden);
+    return true;
+}
+
+void PtCloudScene::setColoringMode(EColoringMode mode)
+{
+    if (!m_pointsItem || !m_pointsItem->coloringModes().contains(mode)) return;
+    m_pointsItem->setColoringMode(mode);
+    storeDisplaySetting(kColoringKey, int(mode));
+    m_view->requestRedraw();
+}
+
+void PtCloudScene::storeDisplaySetting(const QString& key, const QJsonValue& value)
+{
+    PtCloudDataSet* ds = currentDataSet();
+    if (!ds) return;
+    QJsonObject settings = ds->getDisplaySettings();
+    settings.insert(key, value);
+    QString error;
+    if (!ds->setDisplaySettings(settings, &error))
+        qWarning("dataset %s: display settings not saved: %s", qPrintable(ds->getName()), qPrintable(error));
+}
+
+void PtCloudScene::restoreDisplaySettings()
+{
+    PtCloudDataSet* ds = currentDataSet();
+    if (!ds) return;
+    const QJsonObject settings = ds->getDisplaySettings();
+    if (m_pointsItem && settings.contains(kColoringKey))
+        m_pointsItem->setColoringMode(EColoringMode(settings.value(kColoringKey).toInt()));
+    const QJsonArray hidden = settings.value(kHiddenKey).toArray();
+    for (const QJsonValue& entry : hidden) {
+        const QString key = entry.toString();
+        const int slash = key.indexOf(QLatin1Char('/'));
+        if (slash > 0) setContentVisible(EContentKind(key.left(slash).toInt()), key.mid(slash + 1), false);
+    }
 }
 
 bool PtCloudScene::isContentVisible(EContentKind kind, const QString& name) const

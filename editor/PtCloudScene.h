@@ -1,11 +1,16 @@
 #pragma once
 
 #include <QDeadlineTimer>
+#include <QJsonValue>
 #include <QMap>
 #include <QObject>
+#include <QRect>
 #include <QString>
 #include <QTimer>
 
+#include <osg/Quat>
+
+#include "PtCloudEnums.h"
 #include <osg/ref_ptr>
 
 #include "PtCloudEnums.h"
@@ -69,10 +74,28 @@ public:
     // The item that shows a point-type content; null for other kinds.
     OsgGraphItem_PcDataSet* pointItem(EContentKind kind, const QString& name) const;
 
+    // The largest part of the view beside the dataset viewer panel (right
+    // of it, below, left or above, whichever holds the largest square), in
+    // the view's logical pixels; the whole view when the panel is hidden.
+    QRect freeViewArea() const;
+    // Frames the shown dataset from the orientation (see
+    // OsgTackballManipulate) in the free part of the view.
+    void fitView(const osg::Quat& rotation);
+    // From the south, above at an angle: a level view of a wide, flat site
+    // shows a thin strip.
+    void viewHome();
+    // Points drawn now by the items that are shown.
+    quint64 drawnPointCount() const;
+
+    // Colours the shown dataset's points in the mode (one its columns
+    // allow) and keeps the choice with the dataset.
+    void setColoringMode(ptCloud::EColoringMode mode);
+
     // Whether the scene holds an item for the content (for the earth volume:
     // at least one area item; the height map never has one).
     bool hasContentItem(EContentKind kind, const QString& name = QString()) const;
-    // Shows or hides the content's items; false when there is none.
+    // Shows or hides the content's items and keeps that with the dataset;
+    // false when there is none.
     bool setContentVisible(EContentKind kind, const QString& name, bool visible);
     // False when hidden or absent.
     bool isContentVisible(EContentKind kind, const QString& name = QString()) const;
@@ -159,6 +182,10 @@ private:
     void contentChanged(EContentKind kind);
     // Every point-type item there is.
     template <class Apply> void forEachPointItem(const Apply& apply) const;
+    // The shown dataset's display settings: one key replaced.
+    void storeDisplaySetting(const QString& key, const QJsonValue& value);
+    // Applies the stored colouring and hidden contents.
+    void restoreDisplaySettings();
     // While blocks load: takes finished blocks in, and draws once the
     // loaders are done or the pause is over.
     void onLoadingPacer();

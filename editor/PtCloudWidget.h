@@ -1,6 +1,7 @@
 #pragma once
 
 #include "OsgQWidget.h"
+#include "PtCloudWidgetExport.h"
 
 class PtCloudScene;
 class Scene;
@@ -9,7 +10,7 @@ class Scene;
 // embeds, tells when its scene opens and closes, and drives with commands.
 // Everything is forwarded to the scene controller, which also gets the
 // first look at every input event.
-class PtCloudWidget : public osgHelper::OsgQWidget {
+class PTCLOUDWIDGET_EXPORT PtCloudWidget : public osgHelper::OsgQWidget {
     Q_OBJECT
 public:
     explicit PtCloudWidget(QWidget* parent = nullptr);

@@ -6,7 +6,7 @@
 #include <algorithm>
 
 osg::ref_ptr<osg::Geometry> BlockGeometry::make(const ptCloud::stPtCloud_PointArray& block,
-                                                ptCloud::EColoringMode mode, int stride,
+                                                const PointColoring& coloring, int stride,
                                                 const ptCloud::pcBoundingBoxf& heightRange)
 {
     const size_t count = size_t(std::max(block.count, 0));
@@ -28,7 +28,7 @@ osg::ref_ptr<osg::Geometry> BlockGeometry::make(const ptCloud::stPtCloud_PointAr
 
     // Bytes rather than floats: a quarter of the memory and of what each
     // frame streams to the renderer; the shader sees them as 0..1.
-    osg::ref_ptr<osg::Vec4ubArray> colours = PointColors::blockColors(block, mode, int(step), heightRange);
+    osg::ref_ptr<osg::Vec4ubArray> colours = PointColors::blockColors(block, coloring, int(step), heightRange);
     colours->setNormalize(true);
     geometry->setColorArray(colours, osg::Array::BIND_PER_VERTEX);
 

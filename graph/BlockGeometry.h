@@ -3,6 +3,7 @@
 #include <osg/Geometry>
 #include <osg/ref_ptr>
 
+#include "PointColors.h"
 #include "PtCloudEnums.h"
 #include "PtCloudTypes.h"
 
@@ -16,9 +17,10 @@ class BlockGeometry {
 public:
     // A block with triangles is drawn whole as its mesh. Otherwise the points
     // 0, stride, 2 * stride, ... (every point for a stride of 0 or 1), with
-    // their colours in the given mode and their normals where the block has
+    // their colours in the given colouring and their normals where the block has
     // them. Null for a block without points. heightRange: see
     // PointColors::blockColors.
-    static osg::ref_ptr<osg::Geometry> make(const ptCloud::stPtCloud_PointArray& block, ptCloud::EColoringMode mode,
-                                            int stride, const ptCloud::pcBoundingBoxf& heightRange);
+    static osg::ref_ptr<osg::Geometry> make(const ptCloud::stPtCloud_PointArray& block,
+                                            const PointColoring& coloring, int stride,
+                                            const ptCloud::pcBoundingBoxf& heightRange);
 };

@@ -39,7 +39,10 @@ void orderedBefore(void* sync)
 
 }  // namespace
 
-MipMapThread::MipMapThread(ptCloud::IDataSetReader* reader) : m_reader(reader) {}
+MipMapThread::MipMapThread(ptCloud::IDataSetReader* reader, const PointColoring* coloring) : m_reader(reader)
+{
+    if (coloring) m_coloring = *coloring;
+}
 
 MipMapThread::~MipMapThread() { stop(); }
 
@@ -125,7 +128,7 @@ void MipMapThread::runPass()
 
         PcBlockTile* tile = entry.first;
         int level = 0;
-        osg::ref_ptr<osg::Geometry> geometry = tile->build(m_reader, &level);
+        osg::ref_ptr<osg::Geometry> geometry = tile->build(m_reader, &level, m_coloring ? &*m_coloring : nullptr);
 
         lock();
         if (geometry) {

@@ -10,6 +10,9 @@
 #include <osg/ref_ptr>
 
 #include <atomic>
+#include <optional>
+
+#include "PointColors.h"
 
 class PcBlockTile;
 
@@ -33,7 +36,8 @@ public:
     using Result = QPair<PcBlockTile*, osg::ref_ptr<osg::Geometry>>;
 
     // reader: opened, owned by the caller, used by this thread alone.
-    explicit MipMapThread(ptCloud::IDataSetReader* reader);
+    // coloring: how the blocks are coloured; null for each block's own mode.
+    explicit MipMapThread(ptCloud::IDataSetReader* reader, const PointColoring* coloring = nullptr);
     ~MipMapThread() override;  // stops
 
     // Ends the loop and waits for the thread, however long the block being
@@ -66,6 +70,7 @@ private:
 
     std::atomic<bool> m_stop{false};
     ptCloud::IDataSetReader* m_reader;
+    std::optional<PointColoring> m_coloring;
     QMutex m_mutex;
     bool m_restart = false;
     QMap<PcBlockTile*, osg::ref_ptr<osg::Geometry>> m_requests;

@@ -35,7 +35,7 @@ bool OsgGraphItem_DemMesh::rebuild()
             return false;
         }
         osg::ref_ptr<osg::Geometry> geometry =
-            BlockGeometry::make(*block, ptCloud::CM_Height, 1, reader.getHeader().bounds);
+            BlockGeometry::make(*block, PointColoring(), 1, reader.getHeader().bounds);
         if (geometry) addDrawable(geometry.get());
     }
     return true;

@@ -13,12 +13,23 @@
 #include <osgUtil/PolytopeIntersector>
 #include <osgViewer/Viewer>
 
+#include <QSet>
+
 #include <algorithm>
+#include <cstring>
 #include <limits>
 #include <utility>
 #include <vector>
 
 namespace {
+
+// Blocks read on load for the colour stretches and classes: at most this
+// many, spread evenly over the file; each gives at most kSamplesPerBlock
+// points, evenly spread in the block's order.
+constexpr int kSampleBlocks = 16;
+constexpr int kSamplesPerBlock = 4096;
+constexpr double kStretchLow = 0.02;
+constexpr double kStretchHigh = 0.98;
 
 // Half the side of the square of device pixels a pick looks in.
 constexpr double kPickTolerance = 4.0;
@@ -93,6 +104,7 @@ bool OsgGraphItem_PcDataSet::load(ptCloud::PtCloud_DataSetFile* file, const QStr
     m_blockCount = int(m_blocks.size());
     m_loaderReader = std::move(loaderReader);
     m_pickReader = std::move(pickReader);
+    sampleColumns();
 
     MessageLogger::debug() << "\n**************\n"
                            << "Loaded dataset,"
@@ -136,7 +148,7 @@ void OsgGraphItem_PcDataSet::onCameraChanged()
     if (m_viewer && m_viewer->getCameraManipulator()) eye = m_viewer->getCameraManipulator()->getMatrix().getTrans();
 
     if (!m_loader) {
-        m_loader = std::make_unique<MipMapThread>(m_loaderReader.get());
+        m_loader = std::make_unique<MipMapThread>(m_loaderReader.get(), &m_coloring);
         m_loader->start(QThread::HighestPriority);
     }
 
@@ -316,6 +328,7 @@ int OsgGraphItem_PcDataSet::blockCount() const { return m_blockCount; }
 quint64 OsgGraphItem_PcDataSet::drawnPointCount() const
 {
     quint64 drawn = 0;
+    if (!m_shown) return 0;
     for (const BlockEntry& entry : m_blocks)
         if (entry.geometry && entry.geometry->getVertexArray())
             drawn += entry.geometry->getVertexArray()->getNumElements();
@@ -326,4 +339,84 @@ const osg::Geometry* OsgGraphItem_PcDataSet::blockGeometry(int blockId) const
 {
     const auto it = m_blocks.constFind(blockId);
     return it == m_blocks.cend() ? nullptr : it->geometry.get();
+}
+
+void OsgGraphItem_PcDataSet::sampleColumns()
+{
+    std::vector<float> heights, intensities;
+    QSet<int> classes;
+    const QList<int> ids = m_blocks.keys();
+    const int step = std::max(1, int(ids.size()) / kSampleBlocks);
+    for (int k = 0; k < ids.size(); k += step) {
+        const ptCloud::stPtCloud_PointArray* block = m_pickReader->readBlock(ids[k]);
+        if (!block || block->count <= 0) continue;
+        const size_t count = size_t(block->count);
+        const size_t stride = std::max<size_t>(1, count / kSamplesPerBlock);
+        const quint8* codes = block->columnData<quint8>(ptCloud::DSC_Classification);
+        const quint16* values = block->columnData<quint16>(ptCloud::DSC_Intensity);
+        for (size_t i = 0; i < count && i < block->positions.size(); i += stride) {
+            heights.push_back(block->positions[i].z);
+            if (values) {
+                quint16 v;
+                std::memcpy(&v, reinterpret_cast<const uint8_t*>(values) + i * sizeof(quint16), sizeof v);
+                intensities.push_back(float(v));
+            }
+            if (codes) classes.insert(codes[i]);
+        }
+    }
+    PointColors::stretch(heights, kStretchLow, kStretchHigh, &m_heightLow, &m_heightHigh);
+    PointColors::stretch(intensities, kStretchLow, kStretchHigh, &m_intensityLow, &m_intensityHigh);
+    m_classes = classes.values();
+    std::sort(m_classes.begin(), m_classes.end());
+    applyColoring();
+}
+
+void OsgGraphItem_PcDataSet::applyColoring()
+{
+    ptCloud::EColoringMode mode = m_loaderReader ? m_loaderReader->getHeader().coloringMode : ptCloud::CM_Height;
+    if (mode == ptCloud::CM_Classification && m_classes.size() <= 1) mode = ptCloud::CM_Height;
+    if (m_chosenMode && coloringModes().contains(*m_chosenMode)) mode = *m_chosenMode;
+    m_coloring = PointColoring{mode, 0.f, 0.f};
+    if (mode == ptCloud::CM_Height) {
+        m_coloring.low = m_heightLow;
+        m_coloring.high = m_heightHigh;
+    } else if (mode == ptCloud::CM_Intensity) {
+        m_coloring.low = m_intensityLow;
+        m_coloring.high = m_intensityHigh;
+    }
+}
+
+const PointColoring& OsgGraphItem_PcDataSet::coloring() const { return m_coloring; }
+
+void OsgGraphItem_PcDataSet::setColoringMode(ptCloud::EColoringMode mode)
+{
+    if (!coloringModes().contains(mode)) return;
+    m_chosenMode = mode;
+    if (mode != m_coloring.mode) reload();
+}
+
+QList<ptCloud::EColoringMode> OsgGraphItem_PcDataSet::coloringModes() const
+{
+    QList<ptCloud::EColoringMode> modes;
+    if (!m_loaderReader) return {ptCloud::CM_Height};
+    const QList<ptCloud::EDataSetColumn>& columns = m_loaderReader->getHeader().columns;
+    const std::pair<ptCloud::EColoringMode, ptCloud::EDataSetColumn> needs[] = {
+        {ptCloud::CM_RGB, ptCloud::DSC_Color},
+        {ptCloud::CM_Classification, ptCloud::DSC_Classification},
+        {ptCloud::CM_Height, ptCloud::DSC_Location},
+        {ptCloud::CM_Intensity, ptCloud::DSC_Intensity},
+        {ptCloud::CM_ReturnNumber, ptCloud::DSC_ReturnNumber},
+        {ptCloud::CM_PointSource, ptCloud::DSC_PointSourceId},
+        {ptCloud::CM_Cluster, ptCloud::DSC_Label},
+    };
+    for (const auto& need : needs)
+        if (need.first == ptCloud::CM_Height || columns.contains(need.second)) modes.append(need.first);
+    return modes;
+}
+
+QList<int> OsgGraphItem_PcDataSet::sampledClasses() const { return m_classes; }
+
+ptCloud::pcVec3d OsgGraphItem_PcDataSet::origin() const
+{
+    return m_loaderReader ? m_loaderReader->getHeader().origin : ptCloud::pcVec3d();
 }

@@ -11,9 +11,11 @@
 #include <osg/ref_ptr>
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "OsgTackballManipulate_monitor.h"
+#include "PointColors.h"
 #include "PtCloudEnums.h"
 #include "PtCloudTypes.h"
 
@@ -86,13 +88,29 @@ public:
     bool pickNearest(double x, double y, int* blockId, int* pointIndex, osg::Vec3f* position,
                      QMap<ptCloud::EDataSetColumn, QVariant>* attributes);
 
+    // How the points are coloured. Until a mode is chosen, the file's own,
+    // except that a file whose sampled points all share one class is coloured
+    // by height: one flat colour shows nothing. Height and intensity ramps
+    // span the 2 % to 98 % values of the sample, so that a few outliers do
+    // not flatten the rest. The choice outlives reloads.
+    const PointColoring& coloring() const;
+    // Rebuilds every block in the mode (one the columns allow; others are
+    // ignored).
+    void setColoringMode(ptCloud::EColoringMode mode);
+    // The modes the file's columns allow; height always.
+    QList<ptCloud::EColoringMode> coloringModes() const;
+    // The class codes in the sample, ascending.
+    QList<int> sampledClasses() const;
+    // Absolute position of the relative frame's origin; zero before a load.
+    ptCloud::pcVec3d origin() const;
+
     // Union of the block boxes, relative frame; invalid before a load.
     osg::BoundingBox dataBounds() const;
     QString dataSetName() const;
     ptCloud::PtCloud_DataSetFile* file() const;
     quint32 pointCount() const;
     int blockCount() const;
-    // Points in the block geometries shown now.
+    // Points in the block geometries shown now; 0 while hidden.
     quint64 drawnPointCount() const;
     // The geometry shown for a block; null before its first harvest.
     const osg::Geometry* blockGeometry(int blockId) const;
@@ -110,6 +128,10 @@ private:
 
     // With the loader's mutex held.
     void harvestLocked();
+    // Reads a few blocks spread over the file for the ramps' stretches and
+    // the classes; fixes the colouring.
+    void sampleColumns();
+    void applyColoring();
     unsigned int frameNumber() const;
     // Block id and index in the full block of one intersector hit; false
     // when the hit is not one of this item's block geometries.
@@ -136,4 +158,9 @@ private:
     // Frame number at the last harvest that changed the scene.
     bool m_sceneChanged = false;
     unsigned int m_changedAtFrame = 0;
+    std::optional<ptCloud::EColoringMode> m_chosenMode;
+    PointColoring m_coloring;
+    float m_heightLow = 0.f, m_heightHigh = 0.f;
+    float m_intensityLow = 0.f, m_intensityHigh = 0.f;
+    QList<int> m_classes;
 };

@@ -26,14 +26,17 @@ int PcBlockTile::computeLevel(const osg::Vec3d& eye)
     return level;
 }
 
-osg::ref_ptr<osg::Geometry> PcBlockTile::build(ptCloud::IDataSetReader* reader, int* builtLevel) const
+osg::ref_ptr<osg::Geometry> PcBlockTile::build(ptCloud::IDataSetReader* reader, int* builtLevel,
+                                               const PointColoring* coloring) const
 {
     const int level = m_wantedLevel.load();
     if (builtLevel) *builtLevel = level;
     if (level == 0 || level == m_loadedLevel.load() || !reader) return nullptr;
     const ptCloud::stPtCloud_PointArray* block = reader->readBlock(m_blockId);
     if (!block || block->count <= 0) return nullptr;
-    return BlockGeometry::make(*block, block->coloringMode, pointStride(level, unsigned(block->count)),
+    PointColoring own;
+    own.mode = block->coloringMode;
+    return BlockGeometry::make(*block, coloring ? *coloring : own, pointStride(level, unsigned(block->count)),
                                reader->getHeader().bounds);
 }
 

@@ -8,6 +8,8 @@
 
 #include "PtCloudTypes.h"
 
+struct PointColoring;
+
 namespace ptCloud {
 class IDataSetReader;
 }
@@ -36,10 +38,12 @@ public:
     int computeLevel(const osg::Vec3d& eye);
 
     // Reads the block and builds its geometry at the wanted level, which it
-    // reports in builtLevel. Null when there is nothing to build (no wanted
-    // level, already loaded at it, no reader) or when the block cannot be
-    // read or has no point.
-    osg::ref_ptr<osg::Geometry> build(ptCloud::IDataSetReader* reader, int* builtLevel) const;
+    // reports in builtLevel, coloured as asked (null: in the block's own
+    // mode). Null when there is nothing to build (no wanted level, already
+    // loaded at it, no reader) or when the block cannot be read or has no
+    // point.
+    osg::ref_ptr<osg::Geometry> build(ptCloud::IDataSetReader* reader, int* builtLevel,
+                                      const PointColoring* coloring = nullptr) const;
 
     int wantedLevel() const;
     int loadedLevel() const;

@@ -2,6 +2,8 @@
 
 #include "stPtCloud_PointArray.h"
 
+#include <QCoreApplication>
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -30,6 +32,37 @@ const osg::Vec4ub kAsprsColours[] = {
     {230, 195, 80, 255},   // 16 wire-structure connector
     {150, 150, 225, 255},  // 17 bridge deck
     {255, 0, 120, 255},    // 18 high noise
+};
+
+const char* const kAsprsNames[] = {
+    QT_TRANSLATE_NOOP("PointColors", "Created, never classified"),
+    QT_TRANSLATE_NOOP("PointColors", "Unclassified"),
+    QT_TRANSLATE_NOOP("PointColors", "Ground"),
+    QT_TRANSLATE_NOOP("PointColors", "Low vegetation"),
+    QT_TRANSLATE_NOOP("PointColors", "Medium vegetation"),
+    QT_TRANSLATE_NOOP("PointColors", "High vegetation"),
+    QT_TRANSLATE_NOOP("PointColors", "Building"),
+    QT_TRANSLATE_NOOP("PointColors", "Low point (noise)"),
+    QT_TRANSLATE_NOOP("PointColors", "Reserved"),
+    QT_TRANSLATE_NOOP("PointColors", "Water"),
+    QT_TRANSLATE_NOOP("PointColors", "Rail"),
+    QT_TRANSLATE_NOOP("PointColors", "Road surface"),
+    QT_TRANSLATE_NOOP("PointColors", "Reserved"),
+    QT_TRANSLATE_NOOP("PointColors", "Wire guard (shield)"),
+    QT_TRANSLATE_NOOP("PointColors", "Wire conductor (phase)"),
+    QT_TRANSLATE_NOOP("PointColors", "Transmission tower"),
+    QT_TRANSLATE_NOOP("PointColors", "Wire-structure connector"),
+    QT_TRANSLATE_NOOP("PointColors", "Bridge deck"),
+    QT_TRANSLATE_NOOP("PointColors", "High noise"),
+};
+static_assert(sizeof(kAsprsNames) / sizeof(kAsprsNames[0]) == sizeof(kAsprsColours) / sizeof(kAsprsColours[0]),
+              "one name per class colour");
+
+// First returns warm, later ones cooler, so canopy over ground reads at a
+// glance.
+const osg::Vec4ub kReturnColours[] = {
+    {140, 140, 140, 255}, {230, 60, 40, 255}, {250, 190, 30, 255},
+    {60, 200, 90, 255},   {40, 150, 240, 255}, {170, 80, 230, 255},
 };
 
 unsigned char toByte(float v)
@@ -81,6 +114,35 @@ osg::Vec4ub PointColors::classification(unsigned int classCode)
     return classCode < known ? kAsprsColours[classCode] : cluster(int(classCode));
 }
 
+osg::Vec4ub PointColors::returnNumber(unsigned int number)
+{
+    constexpr unsigned int last = sizeof(kReturnColours) / sizeof(kReturnColours[0]) - 1;
+    return kReturnColours[std::min(number, last)];
+}
+
+QString PointColors::className(unsigned int classCode)
+{
+    constexpr unsigned int known = sizeof(kAsprsNames) / sizeof(kAsprsNames[0]);
+    if (classCode < known) return QCoreApplication::translate("PointColors", kAsprsNames[classCode]);
+    // LAS 1.4 reserves 19 to 63; 64 and up are the user's.
+    return classCode < 64 ? QCoreApplication::translate("PointColors", "Reserved")
+                          : QCoreApplication::translate("PointColors", "User defined");
+}
+
+bool PointColors::stretch(std::vector<float>& samples, double lowFraction, double highFraction, float* low,
+                          float* high)
+{
+    if (samples.empty()) return false;
+    const auto at = [&samples](double fraction) {
+        const size_t k = std::min(samples.size() - 1, size_t(std::clamp(fraction, 0.0, 1.0) * double(samples.size())));
+        std::nth_element(samples.begin(), samples.begin() + std::ptrdiff_t(k), samples.end());
+        return samples[k];
+    };
+    *low = at(lowFraction);
+    *high = at(highFraction);
+    return true;
+}
+
 osg::Vec4ub PointColors::heightRamp(float t)
 {
     static const osg::Vec4ub stops[] = {
@@ -114,9 +176,10 @@ osg::Vec4ub PointColors::cluster(int label)
 }
 
 osg::ref_ptr<osg::Vec4ubArray> PointColors::blockColors(const stPtCloud_PointArray& block,
-                                                        ptCloud::EColoringMode mode, int stride,
+                                                        const PointColoring& coloring, int stride,
                                                         const ptCloud::pcBoundingBoxf& heightRange)
 {
+    const bool ranged = coloring.high > coloring.low;
     const size_t step = size_t(std::max(stride, 1));
     const size_t count = size_t(block.count);
     osg::ref_ptr<osg::Vec4ubArray> out = new osg::Vec4ubArray;
@@ -127,7 +190,7 @@ osg::ref_ptr<osg::Vec4ubArray> PointColors::blockColors(const stPtCloud_PointArr
     const auto* intensities =
         block.hasColumn(ptCloud::DSC_Intensity) ? &block.columns.at(ptCloud::DSC_Intensity) : nullptr;
 
-    switch (mode) {
+    switch (coloring.mode) {
     case ptCloud::CM_RGB:
         if (block.colors.size() == count) {
             for (size_t i = 0; i < count; i += step) {
@@ -145,9 +208,24 @@ osg::ref_ptr<osg::Vec4ubArray> PointColors::blockColors(const stPtCloud_PointArr
         break;
     case ptCloud::CM_Intensity:
         if (intensities) {
-            const float scale = intensityScale(*intensities, count);
+            const float offset = ranged ? coloring.low : 0.f;
+            const float scale =
+                ranged ? 1.f / (coloring.high - coloring.low) : intensityScale(*intensities, count);
             for (size_t i = 0; i < count; i += step)
-                out->push_back(intensityRamp(float(valueAt<quint16>(*intensities, i)) * scale));
+                out->push_back(intensityRamp((float(valueAt<quint16>(*intensities, i)) - offset) * scale));
+            return out;
+        }
+        break;
+    case ptCloud::CM_ReturnNumber:
+        if (const auto* returns = block.columnData<quint8>(ptCloud::DSC_ReturnNumber)) {
+            for (size_t i = 0; i < count; i += step) out->push_back(returnNumber(returns[i]));
+            return out;
+        }
+        break;
+    case ptCloud::CM_PointSource:
+        if (block.hasColumn(ptCloud::DSC_PointSourceId)) {
+            const auto& sources = block.columns.at(ptCloud::DSC_PointSourceId);
+            for (size_t i = 0; i < count; i += step) out->push_back(cluster(valueAt<quint16>(sources, i)));
             return out;
         }
         break;
@@ -161,8 +239,10 @@ osg::ref_ptr<osg::Vec4ubArray> PointColors::blockColors(const stPtCloud_PointArr
         break;
     }
 
-    const float low = heightRange.valid() ? heightRange.min.z : 0.f;
-    const float span = heightRange.valid() ? heightRange.max.z - heightRange.min.z : 0.f;
+    const bool heightRanged = ranged && coloring.mode == ptCloud::CM_Height;
+    const float low = heightRanged ? coloring.low : heightRange.valid() ? heightRange.min.z : 0.f;
+    const float span = heightRanged ? coloring.high - coloring.low
+                                    : heightRange.valid() ? heightRange.max.z - heightRange.min.z : 0.f;
     const float inverse = span > 0.f ? 1.f / span : 0.f;
     for (size_t i = 0; i < count; i += step) out->push_back(heightRamp((block.positions[i].z - low) * inverse));
     return out;

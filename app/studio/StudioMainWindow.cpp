@@ -1,6 +1,10 @@
 #include "StudioMainWindow.h"
 
 #include <QApplication>
+#include <QDragEnterEvent>
+#include <QDropEvent>
+#include <QMimeData>
+#include <QUrl>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFileDialog>
@@ -11,12 +15,14 @@
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QProgressDialog>
+#include <QSettings>
 #include <QStatusBar>
 #include <QThread>
 #include <QTimer>
 
 #include "AppConfig.h"
 #include "DataSetViewer.h"
+#include "LasReader.h"
 #include "OsgGraphItem_PcDataSet.h"
 #include "PtCloudDataSet.h"
 #include "PtCloudScene.h"
@@ -25,6 +31,7 @@
 #include "PtCloud_DataSetFile.h"
 #include "PtCloud_Project.h"
 #include "PtCloud_SimpleProgress.h"
+#include "StudioViewControls.h"
 
 using namespace ptCloud;
 
@@ -41,13 +48,17 @@ StudioMainWindow::StudioMainWindow(QWidget* parent)
       m_statusDataSet(new QLabel(this)),
       m_statusPoints(new QLabel(this)),
       m_statusMessage(new QLabel(this)),
-      m_statusTimer(new QTimer(this))
+      m_statusCursor(new QLabel(this)),
+      m_statusTimer(new QTimer(this)),
+      m_viewControls(new StudioViewControls(m_view, m_statusCursor))
 {
     setCentralWidget(m_view);
     resize(1280, 800);
     setWindowTitle(tr("PtCloud Studio"));
+    setAcceptDrops(true);
     statusBar()->addWidget(m_statusDataSet, 1);
     statusBar()->addWidget(m_statusMessage, 1);
+    statusBar()->addPermanentWidget(m_statusCursor);
     statusBar()->addPermanentWidget(m_statusPoints);
     buildMenus();
     connect(m_view, &PtCloudWidget::sgNeedSaveProject, this, &StudioMainWindow::onProjectChanged);
@@ -78,20 +89,7 @@ void StudioMainWindow::buildMenus()
     QMenu* edit = menuBar()->addMenu(tr("&Edit"));
     edit->addAction(tr("Undo"), this, &StudioMainWindow::onUndo, QKeySequence::Undo);
 
-    QMenu* view = menuBar()->addMenu(tr("&View"));
-    view->addAction(tr("Perspective"), m_view, &PtCloudWidget::doCmd_View_Perspective);
-    view->addAction(tr("Ortho"), m_view, &PtCloudWidget::doCmd_View_Ortho);
-    view->addSeparator();
-    view->addAction(tr("From Top"), m_view, &PtCloudWidget::doCmd_View_From_Top);
-    view->addAction(tr("From Bottom"), m_view, &PtCloudWidget::doCmd_View_From_Bottom);
-    view->addAction(tr("From Front"), m_view, &PtCloudWidget::doCmd_View_From_Front);
-    view->addAction(tr("From Back"), m_view, &PtCloudWidget::doCmd_View_From_Back);
-    view->addAction(tr("From Left"), m_view, &PtCloudWidget::doCmd_View_From_Left);
-    view->addAction(tr("From Right"), m_view, &PtCloudWidget::doCmd_View_From_Right);
-
-    QMenu* shade = menuBar()->addMenu(tr("&Shade"));
-    shade->addAction(tr("Normal"), m_view, &PtCloudWidget::doCmd_Shade_Normal);
-    shade->addAction(tr("Eye-Dome Lighting"), m_view, &PtCloudWidget::doCmd_Shade_EDL);
+    m_viewControls->fillMenu(menuBar()->addMenu(tr("&View")));
 
     QMenu* window = menuBar()->addMenu(tr("&Window"));
     window->addAction(tr("LAS Files..."), m_view, &PtCloudWidget::doCmd_ShowWindow_FileManage);
@@ -134,12 +132,42 @@ void StudioMainWindow::onUndo()
 
 bool StudioMainWindow::openProject(const QString& folder, QString* error)
 {
+    const QString previous = projectFolder();
     closeProject();
-    if (!m_scene.getPointsCloud()->openProject(folder, error)) return false;
+    if (!m_scene.getPointsCloud()->openProject(folder, error)) {
+        reopen(previous);
+        return false;
+    }
     m_view->onSceneOpened(&m_scene);
+    // Back where the user left the project.
+    const QString last = QSettings().value(lastShownKey(projectFolder())).toString();
+    if (!last.isEmpty() && m_scene.getPointsCloud()->getPointsCloudProject()->getController()->getDataSet(last))
+        m_view->ptCloudScene()->showDataSet(last);
     setWindowTitle(tr("PtCloud Studio - %1").arg(QDir::toNativeSeparators(QDir(folder).absolutePath())));
     updateStatus();
     return true;
+}
+
+QString StudioMainWindow::lastShownKey(const QString& folder)
+{
+    return QStringLiteral("studio/lastShownDataSet/") +
+           QString::fromLatin1(QDir(folder).absolutePath().toUtf8().toBase64(QByteArray::Base64UrlEncoding));
+}
+
+QString StudioMainWindow::projectFolder()
+{
+    const ptCloud::PtCloud_Project* project = m_scene.getPointsCloud()->getPointsCloudProject();
+    return project ? project->getFolder() : QString();
+}
+
+void StudioMainWindow::reopen(const QString& previous)
+{
+    QString ignored;
+    if (!previous.isEmpty() && m_scene.getPointsCloud()->openProject(previous, &ignored)) {
+        m_view->onSceneOpened(&m_scene);
+        setWindowTitle(tr("PtCloud Studio - %1").arg(QDir::toNativeSeparators(previous)));
+    }
+    updateStatus();
 }
 
 void StudioMainWindow::closeProject()
@@ -155,18 +183,32 @@ bool StudioMainWindow::openSource(const QString& path, QString* error)
 {
     const QFileInfo info(path);
     if (info.isDir()) return openProject(path, error);
-    if (!info.exists()) {
-        *error = tr("%1 does not exist").arg(path);
-        return false;
+    // What can be checked is checked before anything is touched, and said
+    // as the command line says it.
+    {
+        LasReader reader;
+        QString why;
+        if (!reader.open(path, &why)) {
+            *error = QStringLiteral("%1: %2").arg(path, why);
+            return false;
+        }
     }
+    const QString previous = projectFolder();
     const QString folder = info.absoluteDir().filePath(info.completeBaseName() + QStringLiteral(".ptcloud"));
+    const bool folderExisted = QFileInfo::exists(folder);
     if (!openProject(folder, error)) return false;
     PtCloud_Controller* controller = m_scene.getPointsCloud()->getPointsCloudProject()->getController();
     if (controller->getDataSet(info.completeBaseName())) {
         m_view->ptCloudScene()->showDataSet(info.completeBaseName());
         return true;
     }
-    return importLasAsDataSet(info.absoluteFilePath(), error);
+    if (importLasAsDataSet(info.absoluteFilePath(), error)) return true;
+    // Nothing of the failed attempt stays behind: the project made for the
+    // file goes, and the one open before comes back.
+    closeProject();
+    if (!folderExisted) QDir(folder).removeRecursively();
+    reopen(previous);
+    return false;
 }
 
 bool StudioMainWindow::importLasAsDataSet(const QString& lasPath, QString* error)
@@ -177,9 +219,11 @@ bool StudioMainWindow::importLasAsDataSet(const QString& lasPath, QString* error
         return false;
     }
     PtCloud_Controller* controller = project->getController();
+    QMap<QString, QString> referenced;
+    controller->getLasFilepaths(referenced);
     QString key;
     if (controller->doCmd_LasFile_Import({lasPath}, &key) != PCAR_Success) {
-        *error = key;
+        *error = QStringLiteral("%1: %2").arg(lasPath, key);
         return false;
     }
     QList<EDataSetColumn> columns;
@@ -201,6 +245,8 @@ bool StudioMainWindow::importLasAsDataSet(const QString& lasPath, QString* error
     QObject::connect(&dialog, &QProgressDialog::canceled, [&progress] { progress.requestStop(); });
     if (controller->makeDataSet({{key}, columns, name}, &progress) != PCAR_Success) {
         *error = controller->lastError();
+        // The project keeps only what it held before.
+        if (!referenced.contains(key)) controller->doCmd_LasFile_Remove({key});
         return false;
     }
     m_view->ptCloudScene()->showDataSet(name);
@@ -242,10 +288,31 @@ void StudioMainWindow::onImportLas()
                                                       tr("LAS files (*.las *.laz);;All files (*)"));
     if (file.isEmpty()) return;
     history.setHistory(kLasHistory, file);
+    openOrImport(file);
+}
+
+void StudioMainWindow::openOrImport(const QString& path)
+{
     QString error;
-    const bool ok = m_scene.getPointsCloud()->getPointsCloudProject() ? importLasAsDataSet(file, &error)
-                                                                      : openSource(file, &error);
-    if (!ok) reportError(tr("Cannot import %1").arg(QFileInfo(file).fileName()), error);
+    const bool into = m_scene.getPointsCloud()->getPointsCloudProject() && !QFileInfo(path).isDir();
+    const bool ok = into ? importLasAsDataSet(path, &error) : openSource(path, &error);
+    if (!ok) reportError(tr("Cannot open %1").arg(QFileInfo(path).fileName()), error);
+}
+
+void StudioMainWindow::dragEnterEvent(QDragEnterEvent* event)
+{
+    const QList<QUrl> urls = event->mimeData()->urls();
+    if (urls.size() == 1 && urls.first().isLocalFile()) event->acceptProposedAction();
+}
+
+void StudioMainWindow::dropEvent(QDropEvent* event)
+{
+    const QList<QUrl> urls = event->mimeData()->urls();
+    if (urls.size() != 1 || !urls.first().isLocalFile()) return;
+    event->acceptProposedAction();
+    // The drag's source waits for the drop to return: open after it.
+    const QString path = urls.first().toLocalFile();
+    QTimer::singleShot(0, this, [this, path] { openOrImport(path); });
 }
 
 void StudioMainWindow::onCloseProject() { closeProject(); }
@@ -259,6 +326,7 @@ void StudioMainWindow::onProjectChanged()
 
 void StudioMainWindow::updateStatus()
 {
+    if (m_view) m_viewControls->refresh();
     PtCloudScene* scene = m_view ? m_view->ptCloudScene() : nullptr;
     const QString name = scene ? scene->currentDataSetName() : QString();
     OsgGraphItem_PcDataSet* item = scene ? scene->pointsItem() : nullptr;
@@ -270,10 +338,13 @@ void StudioMainWindow::updateStatus()
         m_statusPoints->clear();
     } else {
         const QLocale locale;
+        const QString key = lastShownKey(projectFolder());
+        QSettings settings;
+        if (settings.value(key).toString() != name) settings.setValue(key, name);
         m_statusDataSet->setText(tr("Dataset: %1").arg(name));
         m_statusPoints->setText(tr("%1 points, %2 drawn")
                                     .arg(locale.toString(qulonglong(item->pointCount())),
-                                         locale.toString(qulonglong(item->drawnPointCount()))));
+                                         locale.toString(qulonglong(scene->drawnPointCount()))));
     }
 }
 

@@ -35,12 +35,10 @@ int main(int argc, char* argv[])
     }
 
     StudioMainWindow window;
-    if (!positional.isEmpty()) {
-        QString error;
-        if (!window.openSource(positional.first(), &error)) {
-            std::fprintf(stderr, "ptcloud-studio: %s: %s\n", qPrintable(positional.first()), qPrintable(error));
-            if (parser.isSet(screenshot)) return 1;
-        }
+    QString openError;
+    if (!positional.isEmpty() && !window.openSource(positional.first(), &openError)) {
+        std::fprintf(stderr, "ptcloud-studio: %s\n", qPrintable(openError));
+        if (parser.isSet(screenshot)) return 1;
     }
     if (parser.isSet(tool)) {
         window.show();
@@ -58,5 +56,7 @@ int main(int argc, char* argv[])
         return 0;
     }
     window.show();
+    if (!openError.isEmpty())
+        window.reportError(QObject::tr("Cannot open %1").arg(positional.first()), openError);
     return app.exec();
 }

@@ -91,10 +91,7 @@ OsgQWidget::OsgQWidget(QWidget* parent, bool showAxisIndicator)
     m_root->addChild(m_textGroup);
     m_root->addChild(m_coordinationGroup);
     m_scene->addChild(m_root);
-    if (showAxisIndicator) {
-        m_axisIndicator = new OsgAxisIndicator(m_manipulator.get());
-        m_scene->addChild(m_axisIndicator);
-    }
+    setAxisIndicatorShown(showAxisIndicator);
 
     m_viewer->setThreadingModel(osgViewer::ViewerBase::SingleThreaded);
     m_viewer->setKeyEventSetsDone(0);
@@ -136,10 +133,47 @@ OsgTackballManipulate* OsgQWidget::getManipulate() const { return m_manipulator.
 
 double OsgQWidget::getPixelScale() const { return devicePixelRatioF(); }
 
-void OsgQWidget::EnterFaceViewManipulate(const osg::Quat& rotation)
+void OsgQWidget::EnterFaceViewManipulate(const osg::Quat& rotation) { fitView(rotation, QRect()); }
+
+void OsgQWidget::fitView(const osg::Quat& rotation, const QRect& area)
 {
+    const QRect part = area.isEmpty() ? rect() : area.intersected(rect());
+    const double w = std::max(1, width()), h = std::max(1, height());
+    // Normalized device coordinates run up the screen; widget rows run down.
+    const osg::Vec4d ndc(2.0 * part.left() / w - 1.0, 1.0 - 2.0 * (part.bottom() + 1) / h,
+                         2.0 * (part.right() + 1) / w - 1.0, 1.0 - 2.0 * part.top() / h);
     m_viewer->requestContinuousUpdate(false);
-    m_manipulator->enterView(rotation, m_viewer->getCamera());
+    m_manipulator->enterView(rotation, std::tan(osg::DegreesToRadians(kFieldOfViewY) * 0.5), w / h, ndc);
+    requestRedraw();
+}
+
+void OsgQWidget::setOrthographic(bool orthographic)
+{
+    m_orthographic = orthographic;
+    applyProjection();
+    requestRedraw();
+}
+
+bool OsgQWidget::isOrthographic() const { return m_orthographic; }
+
+double OsgQWidget::pixelSizeAtCentre() const
+{
+    return 2.0 * m_manipulator->getDistance() * std::tan(osg::DegreesToRadians(kFieldOfViewY) * 0.5) /
+           std::max(1, height());
+}
+
+void OsgQWidget::setAxisIndicatorShown(bool shown)
+{
+    if (shown == bool(m_axisIndicator)) return;
+    if (shown) {
+        m_axisIndicator = new OsgAxisIndicator(m_manipulator.get());
+        const osg::Viewport* viewport = m_viewer->getCamera()->getViewport();
+        m_axisIndicator->placeInView(int(viewport->width()), int(viewport->height()), getPixelScale());
+        m_scene->addChild(m_axisIndicator);
+    } else {
+        m_scene->removeChild(m_axisIndicator);
+        m_axisIndicator = nullptr;
+    }
     requestRedraw();
 }
 
@@ -195,7 +229,7 @@ void OsgQWidget::resizeGL(int width, int height)
     eventQueue()->windowResize(0, 0, w, h);
     osg::Camera* camera = m_viewer->getCamera();
     camera->setViewport(0, 0, w, h);
-    camera->setProjectionMatrixAsPerspective(kFieldOfViewY, double(w) / h, kNear, kFar);
+    applyProjection();
     if (m_axisIndicator) m_axisIndicator->placeInView(w, h, scale);
     onResized(width, height);
 }
@@ -203,7 +237,13 @@ void OsgQWidget::resizeGL(int width, int height)
 void OsgQWidget::paintGL()
 {
     m_window->setDefaultFboId(defaultFramebufferObject());
-    m_viewer->frame();
+    // frame() in its steps: an orthographic projection follows the zoom
+    // that this frame's events make.
+    m_viewer->advance();
+    m_viewer->eventTraversal();
+    m_viewer->updateTraversal();
+    if (m_orthographic) applyProjection();
+    m_viewer->renderingTraversals();
     // Changes made outside the trackball's event handling (owners moving the
     // camera directly) show up here.
     m_manipulator->notifyIfCameraChanged();
@@ -225,7 +265,9 @@ void OsgQWidget::mouseMoveEvent(QMouseEvent* event)
     setModifiers(event->modifiers());
     const QPointF at = event->localPos() * getPixelScale();
     eventQueue()->mouseMotion(float(at.x()), float(at.y()));
-    requestRedraw();
+    // A host tracking the mouse for read-outs must not cost a frame for
+    // every move; the trackball only acts on drags.
+    if (event->buttons() != Qt::NoButton) requestRedraw();
 }
 
 void OsgQWidget::wheelEvent(QWheelEvent* event)
@@ -286,6 +328,22 @@ void OsgQWidget::setModifiers(Qt::KeyboardModifiers modifiers)
     if (modifiers & Qt::ControlModifier) mask |= osgGA::GUIEventAdapter::MODKEY_CTRL;
     if (modifiers & Qt::AltModifier) mask |= osgGA::GUIEventAdapter::MODKEY_ALT;
     eventQueue()->getCurrentEventState()->setModKeyMask(mask);
+}
+
+void OsgQWidget::applyProjection()
+{
+    osg::Camera* camera = m_viewer->getCamera();
+    const osg::Viewport* viewport = camera->getViewport();
+    const double aspect = viewport->width() / std::max(1.0, viewport->height());
+    if (!m_orthographic) {
+        camera->setProjectionMatrixAsPerspective(kFieldOfViewY, aspect, kNear, kFar);
+        return;
+    }
+    const double halfHeight = m_manipulator->getDistance() * std::tan(osg::DegreesToRadians(kFieldOfViewY) * 0.5);
+    // Near and far are recomputed from the scene each frame; these only
+    // give the shape.
+    camera->setProjectionMatrixAsOrtho(-halfHeight * aspect, halfHeight * aspect, -halfHeight, halfHeight, kNear,
+                                       kFar);
 }
 
 void OsgQWidget::clearGroup(osg::Group* group)

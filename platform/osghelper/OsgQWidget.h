@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QOpenGLWidget>
+#include <QRect>
 
 #include <osg/BoundingSphere>
 #include <osg/Group>
@@ -63,6 +64,10 @@ public:
     // Frames the home bound (or the scene) from the given camera orientation;
     // the identity is the top view (see OsgTackballManipulate).
     void EnterFaceViewManipulate(const osg::Quat& rotation);
+    // The same inside a part of the view (logical pixels, rows from the
+    // top), such as what a floating panel leaves free; an empty rectangle
+    // means the whole view.
+    void fitView(const osg::Quat& rotation, const QRect& area);
     // Looks straight down -z with +y up on the screen.
     void EnterTopViewManipulate();
     // The trackball's home view: along +y with +z up, framing the home bound.
@@ -70,6 +75,16 @@ public:
     // The sphere the home, face and top views frame; an invalid sphere means
     // the bound of the scene.
     void setHomeBound(const osg::BoundingSphere& bound);
+
+    // Orthographic: a parallel projection whose height follows the
+    // trackball's distance (it frames what the perspective frames at the
+    // orbit centre), so zooming works alike in both.
+    void setOrthographic(bool orthographic);
+    bool isOrthographic() const;
+    // The length in scene units that one logical pixel spans at the orbit
+    // centre's distance; what a scale bar shows.
+    double pixelSizeAtCentre() const;
+    void setAxisIndicatorShown(bool shown);
 
     // Labels and axis items (such as those of a profile view) have groups of
     // their own so that they can be cleared without touching the scene.
@@ -113,6 +128,9 @@ private:
     osgGA::EventQueue* eventQueue() const;
     void setModifiers(Qt::KeyboardModifiers modifiers);
     void clearGroup(osg::Group* group);
+    // From the view's size in device pixels, and in orthographic mode from
+    // the trackball's distance.
+    void applyProjection();
 
     osg::ref_ptr<osgViewer::Viewer> m_viewer;
     osg::ref_ptr<osgViewer::GraphicsWindowEmbedded> m_window;
@@ -122,6 +140,7 @@ private:
     osg::ref_ptr<osg::Group> m_textGroup;
     osg::ref_ptr<osg::Group> m_coordinationGroup;
     osg::ref_ptr<OsgAxisIndicator> m_axisIndicator;
+    bool m_orthographic = false;
 };
 
 }  // namespace osgHelper

@@ -66,13 +66,43 @@ void OsgTackballManipulate::setHomeBound(const osg::BoundingSphere& bound) { m_h
 
 const osg::BoundingSphere& OsgTackballManipulate::getHomeBound() const { return m_homeBound; }
 
-void OsgTackballManipulate::enterView(const osg::Quat& rotation, const osg::Camera* camera)
+osg::Quat OsgTackballManipulate::standardRotation(EStandardView view)
+{
+    const osg::Quat level(osg::PI_2, osg::X_AXIS);
+    switch (view) {
+    case View_Top: return osg::Quat();
+    case View_Front: return level;
+    case View_Back: return level * osg::Quat(osg::PI, osg::Z_AXIS);
+    case View_Left: return level * osg::Quat(-osg::PI_2, osg::Z_AXIS);
+    case View_Right: return level * osg::Quat(osg::PI_2, osg::Z_AXIS);
+    case View_Isometric: {
+        // Tilted from the top until the view direction makes equal angles
+        // with the three axes, then turned to look north-east.
+        const double tilt = std::acos(1.0 / std::sqrt(3.0));
+        return osg::Quat(tilt, osg::X_AXIS) * osg::Quat(-osg::PI_4, osg::Z_AXIS);
+    }
+    }
+    return osg::Quat();
+}
+
+void OsgTackballManipulate::enterView(const osg::Quat& rotation, double tanHalfFovY, double aspect,
+                                      const osg::Vec4d& area)
 {
     stopMotion();
     const osg::BoundingSphere bound = viewBound();
-    _center = bound.center();
+    const double tanHalfX = tanHalfFovY * aspect;
+    const double halfWidth = std::max(1e-3, (area[2] - area[0]) * 0.5);
+    const double halfHeight = std::max(1e-3, (area[3] - area[1]) * 0.5);
+    // The part's half extents seen from the eye, as half angles of a cone
+    // that the sphere must fit in.
+    const double halfAngle = std::min(std::atan(halfWidth * tanHalfX), std::atan(halfHeight * tanHalfFovY));
     _rotation = rotation;
-    _distance = fitDistance(bound, camera);
+    _distance = bound.radius() / std::sin(halfAngle);
+    // Moving the orbit centre against the part's offset brings the sphere's
+    // centre to the part's centre, in perspective and orthographic alike.
+    const double offsetX = (area[0] + area[2]) * 0.5 * tanHalfX * _distance;
+    const double offsetY = (area[1] + area[3]) * 0.5 * tanHalfFovY * _distance;
+    _center = bound.center() - rotation * osg::Vec3d(offsetX, offsetY, 0.0);
     notifyIfCameraChanged();
 }
 

@@ -30,7 +30,15 @@ class OsgTackballManipulate_monitor;
 // GUI thread only: the viewer runs single threaded inside the widget.
 class OsgTackballManipulate : public osgGA::TrackballManipulator {
 public:
+    // The views a surveyor names: from above (north up), from the south
+    // (Front), the north (Back), the west (Left), the east (Right), and from
+    // the south-west above at equal angles to the three axes (Isometric).
+    enum EStandardView { View_Top, View_Front, View_Back, View_Left, View_Right, View_Isometric };
+
     OsgTackballManipulate();
+
+    // The camera orientation of a standard view, as enterView takes it.
+    static osg::Quat standardRotation(EStandardView view);
 
     // Adding a registered monitor again changes nothing. The manipulator does
     // not own monitors: remove them before they die.
@@ -47,9 +55,14 @@ public:
     void setHomeBound(const osg::BoundingSphere& bound);
     const osg::BoundingSphere& getHomeBound() const;
 
-    // Frames the home bound as seen from the given orientation. camera, when
-    // given, is used to fit the bound in its field of view.
-    void enterView(const osg::Quat& rotation, const osg::Camera* camera);
+    // Frames the home bound as seen from the given orientation inside a part
+    // of the view (the whole view: -1, -1, 1, 1), so that a panel over the rest hides none of it: the bound
+    // fits the part and its centre shows at the part's centre. area: x0, y0,
+    // x1, y1 in normalized device coordinates (-1..1, y up); tanHalfFovY: the
+    // tangent of half the vertical field of view; aspect: width / height.
+    // An orthographic view whose half height is the distance times
+    // tanHalfFovY frames the same.
+    void enterView(const osg::Quat& rotation, double tanHalfFovY, double aspect, const osg::Vec4d& area);
 
     // Ends a throw or an animation in progress.
     void stopMotion();

@@ -102,6 +102,7 @@ struct PtCloudDataSet::Impl {
     std::unique_ptr<QImage> demHeightMap;
     std::unique_ptr<PtCloud_ContourFile> demContour;
     std::unique_ptr<VolumeCalcAreaList> earthVolume;
+    QJsonObject display;
 
     ~Impl()
     {
@@ -152,6 +153,7 @@ bool PtCloudDataSet::refresh(QString* error)
         !pathsFromJson(o.value("cuts").toObject(), d->folder, &cuts, error))
         return false;
     d->manifest = o;
+    d->display = o.value("display").toObject();
     syncNamed(d->meshes, meshes, &PtCloudDataSet::sgRemoved_Mesh, &PtCloudDataSet::sgContentAdded_Mesh);
     syncNamed(d->splits, splits, &PtCloudDataSet::sgRemoved_Split, &PtCloudDataSet::sgContentAdded_Split);
     syncNamed(d->cuts, cuts, &PtCloudDataSet::sgContentRemoved_Cut, &PtCloudDataSet::sgContentAdded_Cut);
@@ -236,6 +238,7 @@ bool PtCloudDataSet::save(QString* error) const
     dem.insert("classify", bool(d->demClassify));
     o.insert("dem", dem);
     o.insert("earthVolume", bool(d->earthVolume));
+    if (!d->display.isEmpty()) o.insert("display", d->display);
     if (!PtCloud_JsonFile::write(d->folder.filePath(kManifest), o, error)) return false;
     d->manifest = o;
     return true;
@@ -246,6 +249,15 @@ bool PtCloudDataSet::saveChange()
     const bool saved = save(&d->lastError);
     endChange();
     return saved;
+}
+
+QJsonObject PtCloudDataSet::getDisplaySettings() const { return d->display; }
+
+bool PtCloudDataSet::setDisplaySettings(const QJsonObject& settings, QString* error)
+{
+    if (settings == d->display) return true;
+    d->display = settings;
+    return save(error);
 }
 
 // ---- points

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QImage>
+#include <QJsonObject>
 #include <QMap>
 #include <QObject>
 #include <QString>
@@ -44,6 +45,12 @@ public:
     QString lastError() const;
     // The files the dataset consists of, relative to its folder.
     QStringList referencedFiles() const;
+
+    // How the editor last showed the dataset (colouring, hidden contents):
+    // kept in the manifest for the editor, not read by the data model.
+    QJsonObject getDisplaySettings() const;
+    // Saves at once; false (with a reason) when the manifest cannot be written.
+    bool setDisplaySettings(const QJsonObject& settings, QString* error);
 
     // Points
     PtCloud_DataSetFile* getContent_PointDataSetFile() const;

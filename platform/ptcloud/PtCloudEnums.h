@@ -73,6 +73,8 @@ enum EColoringMode : int {
     CM_Intensity = 2,
     CM_Height = 3,          // ramp over the dataset's z range
     CM_Cluster = 4,         // palette by the Label column
+    CM_ReturnNumber = 5,    // first, second, ... return
+    CM_PointSource = 6,     // palette by the flight line (PointSourceId)
 };
 
 // How earth volumes are computed.

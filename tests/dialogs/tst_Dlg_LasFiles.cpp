@@ -176,6 +176,8 @@ void TestDlgLasFiles::importRemembersTheChosenFolder()
     QCOMPARE(answerer.boxes[0].title, QString("error"));
     QCOMPARE(answerer.boxes[0].text, QString("Import las file failed."));
     QCOMPARE(answerer.boxes[0].icon, QMessageBox::Critical);
+    // The reason names the file that could not be read.
+    QVERIFY2(answerer.boxes[0].informativeText.contains("notes.las"), qPrintable(answerer.boxes[0].informativeText));
 }
 
 void TestDlgLasFiles::removeAsksFirst_data()

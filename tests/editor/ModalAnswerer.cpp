@@ -22,7 +22,7 @@ void ModalAnswerer::poll()
     if (!modal || !modal->isVisible() || modal->property(kAnswered).toBool()) return;
     modal->setProperty(kAnswered, true);
     if (auto* box = qobject_cast<QMessageBox*>(modal)) {
-        boxes.append({box->windowTitle(), box->text(), box->icon()});
+        boxes.append({box->windowTitle(), box->text(), box->icon(), box->informativeText()});
         QAbstractButton* button = box->button(m_answer);
         if (!button) button = box->defaultButton();
         if (!button && !box->buttons().isEmpty()) button = box->buttons().first();

@@ -19,6 +19,7 @@ public:
         QString title;
         QString text;
         QMessageBox::Icon icon;
+        QString informativeText;
     };
 
     explicit ModalAnswerer(QMessageBox::StandardButton answer = QMessageBox::Yes);

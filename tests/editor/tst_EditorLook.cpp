@@ -139,6 +139,8 @@ void TestEditorLook::productDrawnOverThePoints()
         QTRY_VERIFY_WITH_TIMEOUT(item->isReady() && !item->hasPendingWork(), 30000);
     // The dataset viewer floats over the top left: keep it out of the picture.
     shown.scene->dataSetViewer()->hide();
+    // Framed again, now in the whole view.
+    shown.scene->viewHome();
     const osg::Vec4ub cluster = PointColors::cluster(0);
     QTest::qWait(200);
     const int over = pixelsOf(shown.view->grabFramebuffer(), cluster);

@@ -538,7 +538,9 @@ void TestGraphItems::blockColoursByMode()
         if (points.hasColumn(DSC_Intensity)) GraphTestData::setIntensity(points, i, quint16(i * 2));
     }
     const pcBoundingBoxf range(0, 0, -10, 1, 1, 90);
-    osg::ref_ptr<osg::Vec4ubArray> colours = PointColors::blockColors(points, EColoringMode(mode), stride, range);
+    PointColoring coloring;
+    coloring.mode = EColoringMode(mode);
+    osg::ref_ptr<osg::Vec4ubArray> colours = PointColors::blockColors(points, coloring, stride, range);
     QCOMPARE(int(colours->size()), (n + stride - 1) / stride);
     for (int k = 0; k < int(colours->size()); ++k) {
         const int i = k * stride;

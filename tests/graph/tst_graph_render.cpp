@@ -12,6 +12,7 @@
 #include <osg/Camera>
 
 #include <cmath>
+#include <cstring>
 #include <memory>
 #include <random>
 
@@ -27,6 +28,8 @@ constexpr int kWidth = 320;
 constexpr int kHeight = 240;
 constexpr int kFrameTimeoutMs = 5000;
 constexpr int kSettleMs = 30000;
+// Unlike every palette's colours, black (the low end of intensities) included.
+const QColor kBackground(40, 0, 60);
 
 // A view showing one dataset item from the top, framed on the data.
 struct Scene {
@@ -67,7 +70,8 @@ bool settle(Scene& scene)
 bool openScene(Scene& scene, const QString& path)
 {
     scene.view = std::make_unique<OsgQWidget>(nullptr, false);
-    scene.view->getViewer()->getCamera()->setClearColor(osg::Vec4(0, 0, 0, 1));
+    scene.view->getViewer()->getCamera()->setClearColor(
+        osg::Vec4(kBackground.redF(), kBackground.greenF(), kBackground.blueF(), 1));
     scene.view->resize(kWidth, kHeight);
     scene.file = std::make_unique<PtCloud_DataSetFile>(path);
     scene.item = new OsgGraphItem_PcDataSet(scene.view->getViewer(), scene.view->getManipulate());
@@ -127,43 +131,75 @@ void TestGraphRender::init()
 void TestGraphRender::coloursAtTheirPixels_data()
 {
     QTest::addColumn<int>("mode");
-    QTest::newRow("rgb") << int(CM_RGB);
-    QTest::newRow("classification") << int(CM_Classification);
-    QTest::newRow("clusters") << int(CM_Cluster);
-    QTest::newRow("height") << int(CM_Height);
-    QTest::newRow("intensity") << int(CM_Intensity);
+    // Chosen on the item over a file that says height, rather than the
+    // file's own mode.
+    QTest::addColumn<bool>("chosen");
+    // The mode's column is left out of the file: the choice is refused and
+    // the height ramp stays.
+    QTest::addColumn<bool>("withColumn");
+    QTest::newRow("rgb") << int(CM_RGB) << false << true;
+    QTest::newRow("classification") << int(CM_Classification) << false << true;
+    QTest::newRow("clusters") << int(CM_Cluster) << false << true;
+    QTest::newRow("height") << int(CM_Height) << false << true;
+    QTest::newRow("intensity") << int(CM_Intensity) << false << true;
+    QTest::newRow("chosen rgb") << int(CM_RGB) << true << true;
+    QTest::newRow("chosen intensity") << int(CM_Intensity) << true << true;
+    QTest::newRow("chosen return number") << int(CM_ReturnNumber) << true << true;
+    QTest::newRow("chosen point source") << int(CM_PointSource) << true << true;
+    QTest::newRow("rgb without colours") << int(CM_RGB) << true << false;
+    QTest::newRow("classification without classes") << int(CM_Classification) << true << false;
+    QTest::newRow("intensity without intensities") << int(CM_Intensity) << true << false;
+    QTest::newRow("return number without returns") << int(CM_ReturnNumber) << true << false;
+    QTest::newRow("point source without sources") << int(CM_PointSource) << true << false;
 }
 
 void TestGraphRender::coloursAtTheirPixels()
 {
     QFETCH(int, mode);
-    const stPtCloud_DataSetHeader h = GraphTestData::header(
-        EColoringMode(mode), {DSC_Location, DSC_Color, DSC_Intensity, DSC_Classification, DSC_Label});
+    QFETCH(bool, chosen);
+    QFETCH(bool, withColumn);
+    const QMap<int, EDataSetColumn> columnOfMode = {
+        {CM_RGB, DSC_Color},           {CM_Classification, DSC_Classification},
+        {CM_Intensity, DSC_Intensity}, {CM_ReturnNumber, DSC_ReturnNumber},
+        {CM_PointSource, DSC_PointSourceId}, {CM_Cluster, DSC_Label}};
+    QList<EDataSetColumn> columns = {DSC_Location,   DSC_Color,        DSC_Intensity,    DSC_ReturnNumber,
+                                     DSC_Classification, DSC_PointSourceId, DSC_Label};
+    if (!withColumn) columns.removeAll(columnOfMode.value(mode));
+    const stPtCloud_DataSetHeader h = GraphTestData::header(chosen ? CM_Height : EColoringMode(mode), columns);
     // Four 10 m patches of 30 x 30 points (never thinned), at heights 0 to 30.
     const pcVec3f corners[] = {pcVec3f(-20, -20, 0), pcVec3f(10, -20, 10), pcVec3f(-20, 10, 20),
                                pcVec3f(10, 10, 30)};
     const pcVec4f rgb[] = {pcVec4f(1, 0, 0, 1), pcVec4f(0, 1, 0, 1), pcVec4f(0, 0, 1, 1), pcVec4f(1, 1, 1, 1)};
     const quint8 classes[] = {2, 6, 9, 5};
+    // The 2 % and 98 % values are the lowest and the highest: the ramp runs
+    // from 64 to 255.
     const quint16 intensities[] = {64, 128, 192, 255};
+    const quint16 sources[] = {101, 102, 103, 104};
     QMap<int, stPtCloud_PointArray> blocks;
     osg::Vec4ub expected[4];
     for (int p = 0; p < 4; ++p) {
         stPtCloud_PointArray patch = GraphTestData::grid(h, 30, corners[p], 10.f);
         for (int i = 0; i < patch.count; ++i) {
-            patch.colors[size_t(i)] = rgb[p];
-            GraphTestData::setByte(patch, DSC_Classification, i, classes[p]);
+            if (patch.hasColumn(DSC_Color)) patch.colors[size_t(i)] = rgb[p];
+            if (patch.hasColumn(DSC_Classification))
+                GraphTestData::setByte(patch, DSC_Classification, i, classes[p]);
+            if (patch.hasColumn(DSC_ReturnNumber)) GraphTestData::setByte(patch, DSC_ReturnNumber, i, quint8(p + 1));
+            if (patch.hasColumn(DSC_PointSourceId))
+                std::memcpy(patch.columns[DSC_PointSourceId].data() + size_t(i) * 2, &sources[p], 2);
             GraphTestData::setLabel(patch, i, p);
-            GraphTestData::setIntensity(patch, i, intensities[p]);
+            if (patch.hasColumn(DSC_Intensity)) GraphTestData::setIntensity(patch, i, intensities[p]);
         }
         blocks.insert(p + 1, patch);
-        switch (mode) {
+        switch (withColumn ? mode : int(CM_Height)) {
         case CM_RGB:
             expected[p] = osg::Vec4ub(quint8(rgb[p].x * 255), quint8(rgb[p].y * 255), quint8(rgb[p].z * 255), 255);
             break;
         case CM_Classification: expected[p] = PointColors::classification(classes[p]); break;
         case CM_Cluster: expected[p] = PointColors::cluster(p); break;
         case CM_Height: expected[p] = PointColors::heightRamp(float(p) / 3.f); break;
-        default: expected[p] = PointColors::intensityRamp(float(intensities[p]) / 255.f); break;
+        case CM_ReturnNumber: expected[p] = PointColors::returnNumber(unsigned(p + 1)); break;
+        case CM_PointSource: expected[p] = PointColors::cluster(sources[p]); break;
+        default: expected[p] = PointColors::intensityRamp(float(intensities[p] - 64) / 191.f); break;
         }
     }
     const QString path = m_dir->filePath("patches.pcd");
@@ -172,6 +208,11 @@ void TestGraphRender::coloursAtTheirPixels()
 
     Scene scene;
     QVERIFY(openScene(scene, path));
+    QCOMPARE(scene.item->coloringModes().contains(EColoringMode(mode)), withColumn);
+    if (chosen) {
+        scene.item->setColoringMode(EColoringMode(mode));
+        QVERIFY(settle(scene));
+    }
     QCOMPARE(scene.item->drawnPointCount(), quint64(4 * 900));
     const QImage image = scene.view->grabFramebuffer();
     QVERIFY(!image.isNull());
@@ -185,7 +226,7 @@ void TestGraphRender::coloursAtTheirPixels()
         for (int dy = -4; dy <= 4; ++dy) {
             for (int dx = -4; dx <= 4; ++dx) {
                 const QColor pixel = image.pixelColor(px + dx, py + dy);
-                if (pixel.red() + pixel.green() + pixel.blue() < 10) continue;
+                if (pixel == kBackground) continue;
                 ++lit;
                 if (similar(pixel, expected[p])) ++matching;
             }
@@ -201,7 +242,7 @@ void TestGraphRender::coloursAtTheirPixels()
     }
     // Between the patches only the background shows.
     const osg::Vec3d gap = windowOf(scene.view.get(), osg::Vec3d(-5, -5, 0));
-    QCOMPARE(image.pixelColor(int(gap.x()), image.height() - 1 - int(gap.y())), QColor(Qt::black));
+    QCOMPARE(image.pixelColor(int(gap.x()), image.height() - 1 - int(gap.y())), kBackground);
 }
 
 bool TestGraphRender::openPickScene(Scene& scene)

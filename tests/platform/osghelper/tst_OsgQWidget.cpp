@@ -16,6 +16,7 @@
 using osgHelper::OsgQWidget;
 
 Q_DECLARE_METATYPE(Qt::MouseButton)
+Q_DECLARE_METATYPE(osg::Vec3d)
 
 namespace {
 
@@ -47,6 +48,11 @@ const ColouredPoint kPoints[] = {
     {osg::Vec3(-8, 6, -4), Qt::blue},    {osg::Vec3(5, -9, 7), Qt::yellow},
     {osg::Vec3(-6, -5, -6), Qt::magenta},
 };
+// One point on each half axis, around the origin.
+const ColouredPoint kAxisPoints[] = {
+    {osg::Vec3(10, 0, 0), Qt::red},     {osg::Vec3(-10, 0, 0), Qt::cyan},  {osg::Vec3(0, 10, 0), Qt::green},
+    {osg::Vec3(0, -10, 0), Qt::magenta}, {osg::Vec3(0, 0, 10), Qt::blue},   {osg::Vec3(0, 0, -10), Qt::yellow},
+};
 
 // Where the view's camera puts a point, in the pixels of an image of the
 // framebuffer (rows counted from the top).
@@ -65,11 +71,34 @@ bool sameColour(const QColor& a, const QColor& b)
            std::abs(a.blue() - b.blue()) <= 2;
 }
 
-osg::ref_ptr<osg::Geode> makePoints(double pixelScale)
+template <size_t N> std::vector<ColouredPoint> pointsOf(const ColouredPoint (&points)[N])
+{
+    return std::vector<ColouredPoint>(points, points + N);
+}
+
+// Centre of the pixels of the colour, in logical pixels with y counted from
+// the bottom; false when there is none.
+bool findColour(const QImage& image, const QColor& colour, double pixelScale, QPointF* centre)
+{
+    double sx = 0.0, sy = 0.0;
+    int n = 0;
+    for (int y = 0; y < image.height(); ++y)
+        for (int x = 0; x < image.width(); ++x)
+            if (sameColour(image.pixelColor(x, y), colour)) {
+                sx += x + 0.5;
+                sy += image.height() - y - 0.5;
+                ++n;
+            }
+    if (n == 0) return false;
+    *centre = QPointF(sx / n, sy / n) / pixelScale;
+    return true;
+}
+
+osg::ref_ptr<osg::Geode> makePoints(const std::vector<ColouredPoint>& points, double pixelScale)
 {
     osg::ref_ptr<osg::Vec3Array> vertices = new osg::Vec3Array;
     osg::ref_ptr<osg::Vec4Array> colours = new osg::Vec4Array;
-    for (const ColouredPoint& p : kPoints) {
+    for (const ColouredPoint& p : points) {
         vertices->push_back(p.position);
         colours->push_back(osg::Vec4(p.colour.redF(), p.colour.greenF(), p.colour.blueF(), 1.0f));
     }
@@ -127,20 +156,22 @@ private slots:
     void wheelForwardZoomsIn();
     void topViewThenSpaceGoesHome();
     void textAndCoordinationItems();
+    void standardViewsPlaceAxesInArea_data();
+    void standardViewsPlaceAxesInArea();
 
 private:
-    // A view of kWidth x kHeight showing the coloured points through the
-    // point program, with one frame drawn.
-    std::unique_ptr<OsgQWidget> makeShownView();
+    // A view of kWidth x kHeight showing the coloured points (kPoints by
+    // default) through the point program, with one frame drawn.
+    std::unique_ptr<OsgQWidget> makeShownView(const std::vector<ColouredPoint>& points = pointsOf(kPoints));
     bool drawFrame(OsgQWidget* view);
 };
 
-std::unique_ptr<OsgQWidget> TestOsgQWidget::makeShownView()
+std::unique_ptr<OsgQWidget> TestOsgQWidget::makeShownView(const std::vector<ColouredPoint>& points)
 {
     auto view = std::make_unique<OsgQWidget>(nullptr, false);
     view->getViewer()->getCamera()->setClearColor(osg::Vec4(0, 0, 0, 1));
     installPointProgram(view->getRoot());
-    view->getRoot()->addChild(makePoints(view->getPixelScale()));
+    view->getRoot()->addChild(makePoints(points, view->getPixelScale()));
     view->resize(kWidth, kHeight);
     view->show();
     if (!QTest::qWaitForWindowExposed(view.get())) return nullptr;
@@ -371,6 +402,91 @@ void TestOsgQWidget::textAndCoordinationItems()
     QCOMPARE(axis->getNumParents(), 0u);
     QVERIFY(root->containsNode(scene));
     QCOMPARE(root->getNumChildren(), own + 1);
+}
+
+void TestOsgQWidget::standardViewsPlaceAxesInArea_data()
+{
+    using M = osgHelper::OsgTackballManipulate;
+    QTest::addColumn<int>("view");
+    QTest::addColumn<bool>("orthographic");
+    QTest::addColumn<QRect>("area");
+    // The world directions that point right and up on the screen.
+    QTest::addColumn<osg::Vec3d>("right");
+    QTest::addColumn<osg::Vec3d>("up");
+
+    const struct {
+        const char* name;
+        M::EStandardView view;
+        osg::Vec3d right, up;
+    } views[] = {
+        {"top", M::View_Top, {1, 0, 0}, {0, 1, 0}},
+        {"front", M::View_Front, {1, 0, 0}, {0, 0, 1}},
+        {"back", M::View_Back, {-1, 0, 0}, {0, 0, 1}},
+        {"left", M::View_Left, {0, -1, 0}, {0, 0, 1}},
+        {"right", M::View_Right, {0, 1, 0}, {0, 0, 1}},
+        {"isometric", M::View_Isometric, osg::Vec3d(1, -1, 0) / std::sqrt(2.0), osg::Vec3d(1, 1, 2) / std::sqrt(6.0)},
+    };
+    // A panel over the left part and the top of the view.
+    const QRect besidePanel(kWidth * 2 / 5, 20, kWidth - kWidth * 2 / 5, kHeight - 20);
+    for (const auto& v : views) {
+        QTest::newRow(qPrintable(QStringLiteral("%1, perspective, whole view").arg(v.name)))
+            << int(v.view) << false << QRect() << v.right << v.up;
+        QTest::newRow(qPrintable(QStringLiteral("%1, orthographic, beside a panel").arg(v.name)))
+            << int(v.view) << true << besidePanel << v.right << v.up;
+    }
+}
+
+void TestOsgQWidget::standardViewsPlaceAxesInArea()
+{
+    QFETCH(int, view);
+    QFETCH(bool, orthographic);
+    QFETCH(QRect, area);
+    QFETCH(osg::Vec3d, right);
+    QFETCH(osg::Vec3d, up);
+    std::unique_ptr<OsgQWidget> widget = makeShownView(pointsOf(kAxisPoints));
+    QVERIFY(widget);
+    widget->setOrthographic(orthographic);
+    // The sphere through the six points.
+    widget->setHomeBound(osg::BoundingSphere(osg::Vec3d(), 10.0));
+    widget->fitView(osgHelper::OsgTackballManipulate::standardRotation(
+                        osgHelper::OsgTackballManipulate::EStandardView(view)),
+                    area);
+    QVERIFY(drawFrame(widget.get()));
+
+    const QRect part = area.isEmpty() ? widget->rect() : area;
+    // The origin shows at the part's centre (y up from the bottom).
+    const QPointF centre(part.left() + part.width() / 2.0, kHeight - part.top() - part.height() / 2.0);
+    const QImage image = widget->grabFramebuffer();
+    double reach = 0.0;
+    for (const ColouredPoint& p : kAxisPoints) {
+        const osg::Vec2d expected(osg::Vec3d(p.position) * right, osg::Vec3d(p.position) * up);
+        QPointF found;
+        const bool shown = findColour(image, p.colour, widget->getPixelScale(), &found);
+        const QPointF offset = found - centre;
+        const QString what = QStringLiteral("%1 expected towards (%2, %3), found %4 at offset (%5, %6)")
+                                 .arg(p.colour.name())
+                                 .arg(expected.x())
+                                 .arg(expected.y())
+                                 .arg(shown)
+                                 .arg(offset.x())
+                                 .arg(offset.y());
+        if (expected.length() < 1e-9) {
+            // Along the line of sight: hidden behind its opposite or at the centre.
+            QVERIFY2(!shown || std::hypot(offset.x(), offset.y()) < 3.0, qPrintable(what));
+            continue;
+        }
+        QVERIFY2(shown, qPrintable(what));
+        const double cosine = (offset.x() * expected.x() + offset.y() * expected.y()) /
+                              (std::hypot(offset.x(), offset.y()) * expected.length());
+        QVERIFY2(cosine > std::cos(osg::DegreesToRadians(5.0)), qPrintable(what));
+        const QPoint pixel(int(found.x()), kHeight - 1 - int(found.y()));
+        QVERIFY2(part.contains(pixel), qPrintable(what));
+        reach = std::max(reach, std::hypot(offset.x(), offset.y()));
+    }
+    // The cloud fills the part: its outermost points reach well towards
+    // the part's nearer edge.
+    const double halfSide = std::min(part.width(), part.height()) / 2.0;
+    QVERIFY2(reach > 0.5 * halfSide, qPrintable(QStringLiteral("%1 of %2").arg(reach).arg(halfSide)));
 }
 
 int main(int argc, char* argv[])

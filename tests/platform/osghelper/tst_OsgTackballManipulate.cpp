@@ -376,12 +376,10 @@ void TestOsgTackballManipulate::enterView()
     QFETCH(osg::Vec3d, look);
     QFETCH(osg::Vec3d, up);
     m_manipulator->setHomeBound(osg::BoundingSphere(osg::Vec3d(7, 8, 9), 2.0));
-    osg::ref_ptr<osg::Camera> camera = new osg::Camera;
-    camera->setProjectionMatrixAsPerspective(30.0, 1.0, 1.0, 10000.0);
     RecordingMonitor monitor(m_manipulator.get());
     m_manipulator->addMonitor(&monitor);
 
-    m_manipulator->enterView(rotation, camera);
+    m_manipulator->enterView(rotation, std::tan(osg::DegreesToRadians(15.0)), 1.0, osg::Vec4d(-1, -1, 1, 1));
     osg::Vec3d actualUp;
     const osg::Vec3d actualLook = lookDirection(m_manipulator.get(), &actualUp);
     QVERIFY2(near(actualLook, look), text(actualLook));
