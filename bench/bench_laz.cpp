@@ -29,9 +29,10 @@ bool readAll(const QString& path, quint64* points) {
     const QList<EDataSetColumn> columns = reader.header().columns();
     const stPtCloud_RecordLayout layout = stPtCloud_RecordLayout::forColumns(columns);
     const pcVec3d origin(reader.header().offset[0], reader.header().offset[1], reader.header().offset[2]);
+    const pcVec3d quantum(reader.header().scale[0], reader.header().scale[1], reader.header().scale[2]);
     std::vector<char> records;
     qint64 n;
-    while ((n = reader.readRecords(records, 1 << 16, layout, origin, &error)) > 0) {
+    while ((n = reader.readRecords(records, 1 << 16, layout, origin, quantum, &error)) > 0) {
     }
     if (n < 0) std::fprintf(stderr, "%s: %s\n", qPrintable(path), qPrintable(error));
     *points = reader.pointsRead();
