@@ -228,7 +228,7 @@ int main(int argc, char** argv)
                 osg::ref_ptr<osg::Geode> geode = new osg::Geode;
                 drawn[s] = 0;
                 for (const auto& b : blocks) {
-                    osg::ref_ptr<osg::Geometry> g = BlockGeometry::make(b, CM_Height, strides[s], bounds);
+                    osg::ref_ptr<osg::Geometry> g = BlockGeometry::make(b, PointColoring(), strides[s], bounds);
                     drawn[s] += g->getVertexArray()->getNumElements();
                     geode->addDrawable(g.get());
                 }
