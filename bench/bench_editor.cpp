@@ -560,7 +560,7 @@ int runBaseline(const Options& o)
             vertices->push_back(osg::Vec3(p.x, p.y, p.z));
         }
         const osg::ref_ptr<osg::Vec4ubArray> c =
-            PointColors::blockColors(*block, block->coloringMode, kStride, reader.getHeader().bounds);
+            PointColors::blockColors(*block, PointColoring{block->coloringMode, 0.f, 0.f}, kStride, reader.getHeader().bounds);
         colours->insert(colours->end(), c->begin(), c->end());
     }
     colours->setNormalize(true);
