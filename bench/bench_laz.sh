@@ -16,13 +16,11 @@
 set -euo pipefail
 ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 POINTS="${1:-20000000}"
-BIN="${PTCLOUD_BIN:-$ROOT/build/app/cli/ptcloud}"
 BENCH="${BENCH_BIN:-$ROOT/build/bench/bench_laz}"
 ROUNDS="${ROUNDS:-2}"
 DATA="$ROOT/../shared/data"
-DIR="${BENCH_DIR:-$(mktemp -d /tmp/bench-laz.XXXXXX)}"
-[ -n "${BENCH_DIR:-}" ] || trap 'rm -rf "$DIR"' EXIT
-mkdir -p "$DIR"
+source "$ROOT/bench/bench_common.sh"
+DIR="$WORK"
 
 "$BIN" demo "$DIR/scene.las" --points "$POINTS" >/dev/null
 "$BIN" import "$DIR/scene.las" --project "$DIR/scene" >/dev/null
@@ -37,15 +35,12 @@ fi
 
 # Prints "wall cpu rss_kib" of the fastest of ROUNDS imports of $1.
 import_time() {
-  local best="" line
+  local best="" bestWall=""
   for _ in $(seq "$ROUNDS"); do
     rm -rf "$DIR/p"
-    /usr/bin/time -v "$BIN" import "$1" --project "$DIR/p" >/dev/null 2>"$DIR/time.log"
-    line=$(awk -F': ' '/Elapsed/ {n=split($2,t,":"); w=(n==3)?t[1]*3600+t[2]*60+t[3]:t[1]*60+t[2]}
-                       /User time/ {u=$2} /System time/ {s=$2} /Maximum resident/ {m=$2}
-                       END {printf "%.2f %.2f %d\n", w, u+s, m}' "$DIR/time.log")
-    if [ -z "$best" ] || awk -v a="$line" -v b="$best" 'BEGIN {split(a,x," "); split(b,y," "); exit !(x[1] < y[1])}'; then
-      best="$line"
+    measure "$BIN" import "$1" --project "$DIR/p"
+    if less_than "$SECONDS_TAKEN" "$bestWall"; then
+      bestWall="$SECONDS_TAKEN"; best="$SECONDS_TAKEN $CPU_SECONDS $PEAK_KIB"
     fi
   done
   echo "$best"
